@@ -1,0 +1,20 @@
+# What every target of this project is compiled with.
+add_library(zfd_options INTERFACE)
+target_compile_features(zfd_options INTERFACE cxx_std_20)
+target_compile_options(zfd_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+    $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+if(ZFD_SANITIZE)
+    target_compile_options(zfd_options INTERFACE -fsanitize=${ZFD_SANITIZE}
+        -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(zfd_options INTERFACE -fsanitize=${ZFD_SANITIZE})
+endif()
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)

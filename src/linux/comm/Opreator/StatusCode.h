@@ -1,0 +1,48 @@
+// The status words of the file service's replies, and the way from the local errno to them.
+#pragma once
+
+enum FdStatus : int {
+    VINF_SUCCESS = 0,
+    VERR_GENERAL_FAILURE = -1,
+    VERR_INVALID_PARAMETER = -2,
+    VERR_INVALID_HANDLE = -4,
+    VERR_INVALID_POINTER = -6,
+    VERR_NO_MEMORY = -8,
+    VERR_UNRESOLVED_ERROR = -35,
+    VERR_INVALID_FUNCTION = -36,
+    VERR_NOT_SUPPORTED = -37,
+    VERR_ACCESS_DENIED = -38,
+    VERR_INTERRUPTED = -39,
+    VERR_TIMEOUT = -40,
+    VERR_TOO_MUCH_DATA = -42,
+    VERR_MAX_PROCS_REACHED = -44,
+    VERR_PROCESS_NOT_FOUND = -50,
+    VERR_TRY_AGAIN = -52,
+    VERR_NO_TRANSLATION = -58,
+    VERR_FILE_NOT_FOUND = -102,
+    VERR_PATH_NOT_FOUND = -103,
+    VERR_ALREADY_EXISTS = -105,
+    VERR_TOO_MANY_OPEN_FILES = -106,
+    VERR_SEEK_ON_DEVICE = -109,
+    VERR_WRITE_PROTECT = -113,
+    VERR_SHARING_VIOLATION = -114,
+    VERR_FILE_LOCK_FAILED = -115,
+    VERR_NOT_SAME_DEVICE = -119,
+    VERR_FILENAME_TOO_LONG = -120,
+    VERR_DIR_NOT_EMPTY = -125,
+    VERR_IS_A_DIRECTORY = -127,
+    VERR_FILE_TOO_BIG = -128,
+    VERR_RESOURCE_BUSY = -138,
+    VERR_DISK_FULL = -152,
+    VERR_TOO_MANY_SYMLINKS = -156,
+    VERR_NO_MORE_FILES = -201,
+    VERR_DEV_IO_ERROR = -250,
+    VERR_BROKEN_PIPE = -301,
+    VERR_NO_DATA = -304,
+    VERR_DEADLOCK = -365,
+    VERR_BAD_EXE_FORMAT = -608,
+};
+
+// By symbol: the platform's own errno numbers. An unknown number logs and gives
+// VERR_UNRESOLVED_ERROR.
+int RTErrConvertFromLinux(unsigned int err);

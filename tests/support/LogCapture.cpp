@@ -1,0 +1,36 @@
+#include "support/LogCapture.h"
+
+LogCapture::LogCapture() {
+    ZLogger::GetInstance()->SetSink([this](const ZLogRecord& record) {
+        const std::lock_guard lock(m_mutex);
+        m_lines.push_back({record.level, std::string(record.message)});
+    });
+    ZLogger::GetInstance()->SetLevel(ZLOG_LEVEL_DEBUG);
+}
+
+LogCapture::~LogCapture() {
+    ZLogger::GetInstance()->SetSink({});
+    ZLogger::GetInstance()->SetLevel(ZLOG_LEVEL_WARNING);
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    const std::lock_guard lock(m_mutex);
+    return m_lines;
+}
+
+int LogCapture::count(int level, const std::string& message) const {
+    const std::lock_guard lock(m_mutex);
+    return static_cast<int>(std::ranges::count(m_lines, LogLine{level, message}));
+}
+
+bool LogCapture::contains(int level, const std::string& part) const {
+    const std::lock_guard lock(m_mutex);
+    return std::ranges::any_of(m_lines, [&](const LogLine& line) {
+        return line.level == level && line.message.find(part) != std::string::npos;
+    });
+}
+
+void LogCapture::clear() {
+    const std::lock_guard lock(m_mutex);
+    m_lines.clear();
+}
