@@ -1,0 +1,4 @@
+// statfs(), which has its home in another header on each platform.
+#pragma once
+
+#include <sys/vfs.h>
