@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <future>
+#include <string>
 #include <thread>
 
 #include "support/LogCapture.h"
@@ -278,4 +281,31 @@ TEST(ZSemaphoreTest, AcquireWaitsForARelease) {
     releaser.join();
     EXPECT_EQ(semaphore.available(), 1);
 }
+
+#ifdef __linux__
+// The state letter of a thread of this process, such as 'S' for one that waits.
+char stateOfThread(pid_t thread) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string text;
+    std::getline(stat, text);
+    const auto end = text.rfind(')');
+    return end == std::string::npos ? '?' : text.at(end + 2);
+}
+
+TEST(ZSemaphoreTest, TheDestructorLetsAWaiterLeave) {
+    const LogCapture log;
+    auto semaphore = std::make_unique<ZSemaphore>(0);
+    std::atomic<pid_t> id{0};
+    std::thread waiter([raw = semaphore.get(), &id] {
+        id = gettid();
+        raw->acquire(1000);
+    });
+    while (id == 0 || stateOfThread(id) != 'S') std::this_thread::yield();
+
+    semaphore.reset();
+    waiter.join();
+
+    EXPECT_TRUE(log.contains(ZLOG_LEVEL_INFO, "CLS:~ZSem:i=0,stopflag=1,waitflag=1 waiting"));
+}
+#endif
 }  // namespace
