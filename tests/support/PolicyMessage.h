@@ -25,12 +25,12 @@ struct PolicyMessage {
     std::int32_t compressPolicy = 0;
     std::int32_t threshold = 900;
     std::int32_t sizeBound = 512;
-    std::string compressType;
+    std::string compressType = {};
     std::int32_t statisticTime = 0;
     std::int32_t logLevel = 0;
     std::int32_t rootDirEnable = 0;
     std::string mountPath = "/media|/Volumes|/swdb/mnt|/home";
-    std::string localFs;
+    std::string localFs = {};
     std::string removeFs = "vfat|ntfs|msdos|fuseblk";
     std::string cdromFs = "cd9660|iso9660|udf";
     std::string networkFs = "smbfs|afpfs|cifs";
