@@ -1,0 +1,50 @@
+#include "ComparisonTable.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+double rateOf(const std::map<std::string, double>& rates, const std::string& contestant) {
+    const auto found = rates.find(contestant);
+    return found == rates.end() ? 0 : found->second;
+}
+
+std::string cell(const char* format, double value) {
+    std::string text(32, '\0');
+    text.resize(static_cast<std::size_t>(
+        std::max(0, std::snprintf(text.data(), text.size(), format, value))));
+    return value > 0 ? text : "-";
+}
+}  // namespace
+
+ComparisonTable::ComparisonTable() : ConsoleReporter(OO_None) {}
+
+void ComparisonTable::ReportRuns(const std::vector<Run>& runs) {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+        const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
+        if (run.error_occurred || !(single || run.aggregate_name == "median")) continue;
+        const std::string& name = run.run_name.function_name;
+        const auto slash = name.rfind('/');
+        const auto rate = run.counters.find("ops");
+        if (slash == std::string::npos || rate == run.counters.end()) continue;
+        const std::string work = name.substr(0, slash);
+        if (!m_work.contains(work)) m_order.push_back(work);
+        m_work[work][name.substr(slash + 1)] = rate->second;
+    }
+}
+
+void ComparisonTable::Finalize() {
+    ConsoleReporter::Finalize();
+    std::puts("\n| work | plug-in, a second | plug-in : sftp-server | plug-in : bare calls |");
+    std::puts("|---|---|---|---|");
+    for (const std::string& work : m_order) {
+        const Rates& rates = m_work[work];
+        const double plugin = rateOf(rates, "plugin");
+        const double sftp = rateOf(rates, "sftp");
+        const double bare = rateOf(rates, "bare");
+        std::printf("| %s | %s | %s | %s |\n", work.c_str(), cell("%.0f", plugin).c_str(),
+                    cell("%.2f", sftp > 0 ? plugin / sftp : 0).c_str(),
+                    cell("%.2f", bare > 0 ? plugin / bare : 0).c_str());
+    }
+}
