@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -109,6 +110,18 @@ public:
 
 private:
     using RootFilter = std::vector<std::string>;
+    struct FreeBlock {
+        void operator()(char* block) const { std::free(block); }
+    };
+    using TextBlock = std::unique_ptr<char, FreeBlock>;
+
+    bool hasBits(unsigned mask) const;
+
+    // The step that all five lists share. `infoFormat` takes the text's size with terminator (%d)
+    // and the text (%s).
+    bool replaceList(std::atomic<const char*>& list, const char* text, const char* nullText,
+                     const char* infoFormat);
+    void publishRootFilter(RootFilter entries);
 
     std::atomic<int> m_itaPolicy{0};
     std::atomic<int> m_speed{0};
@@ -137,4 +150,8 @@ private:
     std::atomic<const char*> m_linuxCdRomfs;
     std::atomic<const char*> m_linuxNetworkfs;
     std::atomic<char> m_delimiter{'|'};
+
+    // What was ever published from the heap. Only the processing thread adds to it.
+    std::vector<TextBlock> m_textBlocks;
+    std::vector<std::unique_ptr<const RootFilter>> m_rootFilters;
 };
