@@ -32,4 +32,5 @@ set(Iconv_LIBRARY ${CMAKE_CURRENT_LIST_DIR}/macos/libiconv.tbd CACHE FILEPATH ""
 # install_name_tool is not there, so nothing may need changing at install time.
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 set(CMAKE_BUILD_WITH_INSTALL_NAME_DIR ON)
+set(CMAKE_INSTALL_NAME_DIR @rpath)
 set(CMAKE_INSTALL_NAME_TOOL ${toolchain}/bin/unused CACHE FILEPATH "")
