@@ -31,7 +31,7 @@ debian_packages() {
     case $1 in
         build) echo g++ cmake ninja-build libcli11-dev ;;
         test) echo libgtest-dev libgmock-dev pkgconf procps openssh-sftp-server ;;
-        check) echo clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev libbenchmark-dev ccache ;;
+        check) echo clang libclang-rt-dev clang-format-14 clang-tidy-14 libbenchmark-dev ccache ;;
     esac
 }
 brew_packages() {
