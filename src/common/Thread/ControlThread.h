@@ -11,6 +11,9 @@
 class FdClientPolicy;
 class MapManager;
 
+// Code of the metric events that tell the host about its disks.
+constexpr int ZMETRICS_CLIENT_FDREDIR_DISKINFO = 0x150B0000;
+
 // One mount point as the monitor sees it. Two nodes are the same mount point if policy and path are
 // equal, so a new policy word makes every mount point a different one.
 struct MapDriverNode {
@@ -48,7 +51,15 @@ protected:
     void run() override;
 
 private:
-    std::list<MapDriverNode> m_fixMountList;
+    void releaseDeletedMaps();
+    void announceFixedMounts();
+
+    // Adds the drive and appends the node, with its map id, to `announced`.
+    void announce(MapDriverNode node, std::list<MapDriverNode>& announced);
+    void withdraw(const MapDriverNode& node);
+    void reportDiskCount();
+
+    std::list<MapDriverNode> m_fixMountList;  // fixed mount points that were announced
     std::list<MapDriverNode> m_mountList;     // announced, with their map ids
     MapManager* m_mapmanager;                 // not owned
     std::list<MapFolderPtr> m_deleteMapList;  // left the registry, released 100 passes later
