@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MountInfo.h"
+#include "support/MountNamespace.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -99,6 +100,37 @@ TEST(MountTableTest, TheMachinesTableHoldsTheProcFolder) {
         }
         EXPECT_TRUE(found);
     }
+}
+
+TEST(MountTableTest, RealMountsAppearUnderTheirRealNames) {
+    inMountNamespace([](const std::string& folder) {
+        const std::vector<std::string> expected{folder + "/a b", folder + "/tab\tnew\nline",
+                                                folder + "/back\\slash\\040",
+                                                folder + "/\xC3\xA4 # {}"};
+        for (const std::string& path : expected) mountTmpfs(path);
+
+        compat::MountEntry* mounts = nullptr;
+        const int count = compat::getmntinfo(&mounts, MNT_NOWAIT);
+        std::vector<std::string> found;
+        for (int i = 0; i < count; ++i) {
+            const std::string path = mounts[i].f_mntonname;
+            if (path.rfind(folder + "/", 0) == 0) found.push_back(path);
+        }
+
+        EXPECT_EQ(found, expected);
+    });
+}
+
+TEST(MountTableTest, ATableOutOfReachIsEmpty) {
+    inMountNamespace([](const std::string&) {
+        mountTmpfs("/proc");
+
+        compat::MountEntry* mounts = nullptr;
+        EXPECT_EQ(compat::getmntinfo(&mounts, MNT_NOWAIT), 0);
+
+        unmount("/proc");
+        EXPECT_GT(compat::getmntinfo(&mounts, MNT_NOWAIT), 0);
+    });
 }
 
 TEST(MountTableTest, FlagsHaveTheirNumbers) {
