@@ -180,6 +180,7 @@ bool ZThread::stopAndWait(int waitSteps) {
     }
     const int exitFlag = m_exit_flag;
     FD_LOG_INFO(" wait Stop. m_exit_flag: %d", exitFlag);
+    if (exitFlag != 0) wait();  // run() is on its last lines: after this nothing of it is left
     return exitFlag != 0;
 }
 

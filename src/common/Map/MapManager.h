@@ -6,6 +6,7 @@
 #include <array>
 #include <functional>
 #include <list>
+#include <string>
 
 #include "ZFdClientMgr.h"
 #include "common/Comm/ZThread.h"
@@ -15,7 +16,9 @@
 class FdClientPolicy;
 
 // Reads the request from `buffer`, builds the reply in place and stores its size in `*resultSize`.
-// A handler that leaves `*resultSize` at 0 sends no reply. `buffer` holds MAX_CMD_BUFFER bytes.
+// A handler that leaves `*resultSize` at 0 sends no reply. `buffer` holds MAX_CMD_BUFFER bytes,
+// zero behind the message; a handler writes nowhere but over the request and the reply that it
+// reports, since only these are cleared for the next message.
 using ZrsfHandler = std::function<void(char*& buffer, int size, int* resultSize, MapFolder* map)>;
 
 class MapManager {
@@ -65,8 +68,20 @@ public:
     // How many bytes from the start of the work buffer the last HandleCmd may have left non-zero.
     int dirtyBytes() const { return m_dirtyBytes; }
 
+protected:
+    std::array<ZrsfHandler, 20> m_fsHandlers;  // by message code
+
 private:
-    std::array<ZrsfHandler, 20> m_fsHandlers;                        // by message code
+    // One message of any code; `*resultSize` as the handler left it.
+    void dispatch(char* pbuffer, int size, int* resultSize);
+
+    // One write under the send lock, with its result.
+    int writeWhole(char* data, int size);
+
+    int nextMapId();
+    std::list<MapFolderPtr> listedMaps();  // a snapshot, to be walked without the lock
+    std::list<MapFolderPtr> takeMaps();    // leaves the registry empty
+
     std::list<MapFolderPtr> m_mapList Z_GUARDED_BY(m_mapListMutex);  // oldest first
     int m_mapNum Z_GUARDED_BY(m_mapListMutex) = 0;  // id of the next map; only grows
     ZMutex m_sendMutex{false};  // held across the write callable: a message leaves whole

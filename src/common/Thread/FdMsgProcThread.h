@@ -2,10 +2,14 @@
 // queue into its work buffer and has it handled there.
 #pragma once
 
+#include <cstdlib>
+#include <memory>
+
 #include "common/Comm/ZThread.h"
 
 class FdOperateMsgdeque;
 class MapManager;
+struct FdOperateMsg;
 
 // Made, wired, started, stopped and let go by ZFdClientMgr.
 class FdMsgProcThread : public ZThread {
@@ -20,7 +24,16 @@ protected:
     void run() override;
 
 private:
+    struct Free {
+        void operator()(char* memory) const { std::free(memory); }
+    };
+
+    // False for a message that the work buffer cannot hold.
+    bool handleMessage(const FdOperateMsg& msg);
+    void clearBehind(int size);
+
     MapManager* m_mapmanager;                   // not owned
     FdOperateMsgdeque* m_fd_operate_msg_queue;  // not owned
-    char* m_buffer;                             // MAX_CMD_BUFFER bytes, made by run()
+    std::unique_ptr<char[], Free> m_buffer;     // MAX_CMD_BUFFER bytes, made by run()
+    int m_dirtyBytes = 0;                       // from here on the work buffer is all zero
 };

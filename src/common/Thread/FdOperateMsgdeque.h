@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 
 #include "common/Comm/ZThread.h"
 
@@ -10,6 +11,12 @@ struct FdOperateMsg {
     char* data;  // owned, made with new[]
     int dataSize;
 };
+
+// Frees a record and its bytes.
+struct FdOperateMsgDelete {
+    void operator()(FdOperateMsg* msg) const;
+};
+using FdOperateMsgPtr = std::unique_ptr<FdOperateMsg, FdOperateMsgDelete>;
 
 class FdOperateMsgdeque {
 public:
