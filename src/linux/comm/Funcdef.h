@@ -4,6 +4,7 @@
 #pragma once
 
 class MapFolder;
+struct RTFSOBJINFO;
 
 void ZrsfCreate(char*& buffer, int size, int* resultSize, MapFolder* map);
 void ZrsfClose(char*& buffer, int size, int* resultSize, MapFolder* map);
@@ -30,3 +31,6 @@ constexpr int kHandleAt = 12;
 
 // Writes the status form into the buffer: `status`, `cbBuffer` 0 and `*resultSize` = `size`.
 void putStatus(char* buffer, int status, int* resultSize, int size = kStatusOnlySize);
+
+// Writes success and the wire form of `info`, 92 bytes.
+void putObjectInfo(char* buffer, const RTFSOBJINFO& info, int* resultSize);
