@@ -1,0 +1,156 @@
+#include "peer/Channel.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <system_error>
+
+namespace peer {
+
+namespace {
+
+constexpr std::size_t kLengthSize = 4;
+constexpr std::size_t kReadAhead = std::size_t{64} << 10;
+
+int makeNonBlocking(int fd) {
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags >= 0) ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+    return flags;
+}
+
+FileDescriptor duplicate(const FileDescriptor& of) {
+    return FileDescriptor(::fcntl(of.get(), F_DUPFD_CLOEXEC, 0));
+}
+
+}  // namespace
+
+Channel::Channel(FileDescriptor stream, std::string name)
+    : m_in(std::move(stream)), m_out(duplicate(m_in)), m_name(std::move(name)) {
+    m_inFlags = m_outFlags = makeNonBlocking(m_in.get());
+    m_buffer.resize(kReadAhead);
+}
+
+Channel::Channel(FileDescriptor in, FileDescriptor out, std::string name)
+    : m_in(std::move(in)), m_out(std::move(out)), m_name(std::move(name)) {
+    m_inFlags = makeNonBlocking(m_in.get());
+    m_outFlags = makeNonBlocking(m_out.get());
+    m_buffer.resize(kReadAhead);
+}
+
+Channel::~Channel() {
+    if (m_outFlags >= 0) ::fcntl(m_out.get(), F_SETFL, m_outFlags);
+    if (m_inFlags >= 0) ::fcntl(m_in.get(), F_SETFL, m_inFlags & ~O_NONBLOCK);
+}
+
+std::optional<Bytes> Channel::receive() {
+    char head[kLengthSize];
+    const std::size_t got = fill(head, kLengthSize);
+    if (got == 0) return std::nullopt;
+    if (got < kLengthSize) fail("the other side hung up in the middle of a message");
+
+    const std::size_t length = loadLe<std::uint32_t>(head);
+    if (length > kMaxMessage) {
+        fail("the other side announces a message of " + std::to_string(length) +
+             " bytes, more than the " + std::to_string(kMaxMessage) + " that a message may have");
+    }
+
+    Bytes message(length);
+    const std::size_t filled = fill(message.data(), length);
+    if (filled < length) {
+        fail("the other side hung up in the middle of a message (" + std::to_string(filled) +
+             " of " + std::to_string(length) + " bytes)");
+    }
+    return message;
+}
+
+std::size_t Channel::fill(char* to, std::size_t count) {
+    std::size_t have = 0;
+    while (have < count) {
+        if (m_begin < m_end) {
+            const std::size_t taken = std::min(count - have, m_end - m_begin);
+            std::memcpy(to + have, m_buffer.data() + m_begin, taken);
+            m_begin += taken;
+            have += taken;
+            continue;
+        }
+        // What is long goes straight to its place, what is short through the read-ahead.
+        if (count - have >= m_buffer.size()) {
+            const std::size_t got = readSome(to + have, count - have);
+            if (got == 0) break;
+            have += got;
+        } else {
+            m_begin = 0;
+            m_end = readSome(m_buffer.data(), m_buffer.size());
+            if (m_end == 0) break;
+        }
+    }
+    return have;
+}
+
+std::size_t Channel::readSome(char* to, std::size_t count) {
+    while (true) {
+        const ssize_t got = ::read(m_in.get(), to, count);
+        if (got >= 0) return static_cast<std::size_t>(got);
+        if (errno == EINTR) continue;
+        if (errno == ECONNRESET) return 0;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) fail("cannot read", errno);
+        waitFor(m_in.get(), POLLIN);
+    }
+}
+
+void Channel::send(View message) {
+    if (message.size() > kMaxMessage)
+        fail("a message of " + std::to_string(message.size()) + " bytes cannot be sent");
+
+    const std::lock_guard lock(m_sendMutex);
+    if (m_sendBroken) fail("the other side has hung up");
+    m_sendBroken = true;  // until all of it has left
+
+    char head[kLengthSize];
+    storeLe(head, static_cast<std::uint32_t>(message.size()));
+    std::size_t sent = 0;
+    while (sent < kLengthSize + message.size()) {
+        iovec parts[2];
+        int count = 0;
+        if (sent < kLengthSize) parts[count++] = {head + sent, kLengthSize - sent};
+        const std::size_t bodySent = sent < kLengthSize ? 0 : sent - kLengthSize;
+        parts[count++] = {const_cast<char*>(message.data()) + bodySent, message.size() - bodySent};
+
+        const ssize_t written = ::writev(m_out.get(), parts, count);
+        if (written >= 0) {
+            sent += static_cast<std::size_t>(written);
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            waitFor(m_out.get(), POLLOUT);
+        } else if (errno == EPIPE || errno == ECONNRESET) {
+            fail("the other side has hung up");
+        } else if (errno != EINTR) {
+            fail("cannot write", errno);
+        }
+    }
+    m_sendBroken = false;
+}
+
+void Channel::waitFor(int fd, short events) const {
+    pollfd both[2] = {{fd, events, 0}, {m_wake.readEnd(), POLLIN, 0}};
+    while (::poll(both, 2, -1) < 0) {
+        if (errno != EINTR) fail("cannot wait", errno);
+    }
+    if (both[1].revents != 0) throw ChannelInterrupted(m_name + ": interrupted");
+}
+
+void Channel::fail(const std::string& what, int error) const {
+    throw ChannelError(m_name + ": " + what +
+                       (error == 0 ? "" : ": " + std::generic_category().message(error)));
+}
+
+void ignoreBrokenPipes() {
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+}  // namespace peer

@@ -1,0 +1,75 @@
+// A channel over a byte stream: each message travels as a 32-bit little-endian length and that many
+// bytes. Any thread may send; one thread at a time receives.
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "peer/Bytes.h"
+#include "peer/FileDescriptor.h"
+#include "peer/WakePipe.h"
+
+namespace peer {
+
+inline constexpr std::size_t kMaxMessage = std::size_t{64} << 20;
+
+// The stream failed, or what came over it is no sequence of messages.
+class ChannelError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Somebody here called interrupt().
+class ChannelInterrupted : public ChannelError {
+public:
+    using ChannelError::ChannelError;
+};
+
+class Channel {
+public:
+    // One descriptor for both ways, such as a socket. `name` stands in every error text.
+    Channel(FileDescriptor stream, std::string name);
+
+    // Two descriptors, such as standard input and output.
+    Channel(FileDescriptor in, FileDescriptor out, std::string name);
+
+    // Gives both descriptors their blocking mode back, since others may share them.
+    ~Channel();
+
+    Channel(const Channel&) = delete;
+    Channel& operator=(const Channel&) = delete;
+
+    // The next message, or nothing if the other side ended the stream between two messages.
+    std::optional<Bytes> receive();
+
+    void send(View message);
+
+    // Ends every send and receive, now and later. Safe in a signal handler.
+    void interrupt() const { m_wake.wake(); }
+
+    const std::string& name() const { return m_name; }
+
+private:
+    // Reads until `count` bytes are there or the stream ends.
+    std::size_t fill(char* to, std::size_t count);
+    std::size_t readSome(char* to, std::size_t count);
+    void waitFor(int fd, short events) const;
+    [[noreturn]] void fail(const std::string& what, int error = 0) const;
+
+    FileDescriptor m_in, m_out;
+    int m_inFlags = 0, m_outFlags = 0;
+    std::string m_name;
+    WakePipe m_wake;
+    Bytes m_buffer;             // bytes read ahead; of the receiving thread
+    std::size_t m_begin = 0;    // the first of them
+    std::size_t m_end = 0;      // behind the last of them
+    std::mutex m_sendMutex;     // held across the write: a message leaves in one piece
+    bool m_sendBroken = false;  // a message left in part; guarded by m_sendMutex
+};
+
+// A write to a stream whose reader has gone is an error to report, not a signal to die from.
+void ignoreBrokenPipes();
+
+}  // namespace peer

@@ -1,0 +1,363 @@
+#include "peer/windows/Session.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "peer/Text.h"
+#include "peer/windows/Status.h"
+
+namespace peer::windows {
+
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr std::size_t kListsInFlight = 4;
+constexpr std::size_t kMaxEntries = 50'000'000;  // of one folder: more is an endless one
+constexpr std::size_t kMaxDrives = 4096;
+constexpr std::chrono::milliseconds kQuiet{300};  // longer than the other side's pause
+constexpr std::chrono::milliseconds kNoDrivesAfter{3000};
+
+std::pair<std::string_view, std::string_view> splitLast(std::string_view path) {
+    while (path.ends_with('/')) path.remove_suffix(1);
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) return {"", path};
+    return {path.substr(0, slash), path.substr(slash + 1)};
+}
+
+}  // namespace
+
+class Session::Pending {
+public:
+    std::uint8_t seq = 0;
+    bool done = false;
+    bool dropped = false;  // a later request was answered
+    Bytes result;
+};
+
+Session::Session(Channel& channel, Options options)
+    : m_channel(channel), m_options(std::move(options)), m_lastNews(Clock::now()) {
+    m_receiver = std::thread([this] { receiveLoop(); });
+}
+
+Session::~Session() {
+    m_channel.interrupt();
+    m_receiver.join();
+}
+
+void Session::receiveLoop() {
+    try {
+        while (std::optional<Bytes> message = m_channel.receive()) handle(std::move(*message));
+        end(std::make_exception_ptr(
+            SessionError(m_channel.name() + ": the other side has hung up")));
+    } catch (const BadMessage& bad) {
+        end(std::make_exception_ptr(SessionError(m_channel.name() + ": " + bad.what())));
+    } catch (const ChannelInterrupted&) {
+        end(std::make_exception_ptr(SessionError(m_channel.name() + ": the session has ended")));
+    } catch (const std::exception& error) {
+        end(std::make_exception_ptr(SessionError(error.what())));
+    }
+}
+
+void Session::end(std::exception_ptr why) {
+    const std::lock_guard lock(m_mutex);
+    m_end = std::move(why);
+    m_changed.notify_all();
+}
+
+void Session::trace(Direction direction, View message) {
+    if (m_options.trace) m_options.trace(m_tracer.line(direction, message));
+}
+
+void Session::handle(Bytes message) {
+    {
+        const std::lock_guard lock(m_mutex);
+        trace(Direction::kFromDrives, message);
+    }
+    const Header header = Header::parse(message);
+
+    const std::unique_lock lock(m_mutex);
+    if (!m_shaken) {
+        parseHandshake(message);
+        m_shaken = true;
+        m_changed.notify_all();
+        return;
+    }
+    switch (header.type) {
+        case kResult:
+            return handleResult(std::move(message));
+        case kMapAdd:
+        case kPrinterAdd:
+        case kDriveName:
+        case kMapDelete:
+            return handleDrive(header, message);
+        case kUserProfile:
+            return;
+        case kCompressed:
+            throw BadMessage("a compressed result, which was not asked for");
+        default:
+            throw BadMessage("a message of the unknown kind " + std::to_string(header.type));
+    }
+}
+
+void Session::handleResult(Bytes message) {
+    const auto seq = loadLe<std::uint8_t>(message.data() + kSeqAt);
+    const auto answered = std::find_if(m_inFlight.begin(), m_inFlight.end(),
+                                       [seq](const Ticket& t) { return t->seq == seq; });
+    if (answered == m_inFlight.end()) {
+        throw BadMessage("a result with the number " + std::to_string(seq) +
+                         ", which no request has");
+    }
+    for (auto before = m_inFlight.begin(); before != answered; ++before) {
+        (*before)->done = (*before)->dropped = true;
+    }
+    (*answered)->result = std::move(message);
+    (*answered)->done = true;
+    m_inFlight.erase(m_inFlight.begin(), std::next(answered));
+    m_changed.notify_all();
+}
+
+void Session::handleDrive(const Header& header, View message) {
+    const auto find = [this](std::uint32_t id) {
+        return std::find_if(m_drives.begin(), m_drives.end(),
+                            [id](const Drive& d) { return d.id == id; });
+    };
+    if (header.type == kMapDelete) {
+        const auto drive = find(parseDriveDeleted(message).id);
+        if (drive != m_drives.end()) m_drives.erase(drive);
+    } else if (header.type == kDriveName) {
+        const DriveNamed named = parseDriveNamed(message);
+        const auto drive = find(named.id);
+        if (drive == m_drives.end()) throw BadMessage("names for a drive that was not announced");
+        drive->hasNames = true;
+        drive->type = named.type;
+        drive->computer = named.computer;
+        drive->share = named.share;
+    } else {
+        const DriveAdded added = parseDriveAdded(message);
+        if (find(added.id) != m_drives.end()) throw BadMessage("a drive is announced twice");
+        if (m_drives.size() >= kMaxDrives) throw BadMessage("too many drives are announced");
+        m_drives.push_back({added.id, added.name, added.volume, added.printer, false, 0, {}, {}});
+    }
+    m_lastNews = Clock::now();
+    m_changed.notify_all();
+    if (m_options.driveListener) m_options.driveListener();
+}
+
+void Session::checkLocked() const {
+    if (m_cancelled) throw Cancelled();
+    if (m_end) std::rethrow_exception(m_end);
+}
+
+void Session::open() {
+    {
+        std::unique_lock lock(m_mutex);
+        const bool over = !m_changed.wait_for(lock, m_options.timeout,
+                                              [this] { return m_shaken || m_end || m_cancelled; });
+        if (over) throw SessionError(m_channel.name() + ": no handshake came");
+        if (!m_shaken) checkLocked();
+    }
+    sendPolicy(m_options.policy);
+}
+
+void Session::sendPolicy(const Policy& policy) {
+    const Bytes message = policy.encode();
+    {
+        const std::lock_guard lock(m_mutex);
+        checkLocked();
+        trace(Direction::kToDrives, message);
+        m_lastNews = Clock::now();
+    }
+    m_channel.send(message);
+}
+
+std::vector<Drive> Session::drives() const {
+    const std::lock_guard lock(m_mutex);
+    return m_drives;
+}
+
+bool Session::mapsAreKnown() {
+    const std::uint32_t maps = parseMapCount(ask(mapCountRequest()));
+    const std::lock_guard lock(m_mutex);
+    return maps > 0 && maps == m_drives.size();
+}
+
+bool Session::waitForDrives(const std::function<bool(const std::vector<Drive>&)>& found,
+                            std::chrono::milliseconds limit) {
+    const auto start = Clock::now();
+    const auto deadline = start + limit;
+    std::unique_lock lock(m_mutex);
+    while (true) {
+        if (found(m_drives)) return true;
+        checkLocked();
+        const auto now = Clock::now();
+        const bool none = m_drives.empty();
+        const auto settled = none ? start + kNoDrivesAfter : m_lastNews + kQuiet;
+        if (now >= deadline || (none && now >= settled)) return false;
+        if (now >= settled) {
+            lock.unlock();
+            const bool known = mapsAreKnown();
+            lock.lock();
+            if (known && Clock::now() >= m_lastNews + kQuiet) return found(m_drives);
+            m_changed.wait_for(lock, kQuiet);
+        } else {
+            m_changed.wait_until(lock, std::min(settled, deadline));
+        }
+    }
+}
+
+Session::Ticket Session::submit(Bytes request) {
+    const std::lock_guard order(m_submitMutex);
+    auto ticket = std::make_shared<Pending>();
+    {
+        std::unique_lock lock(m_mutex);
+        const bool over = !m_changed.wait_for(lock, m_options.timeout, [this] {
+            return m_inFlight.size() < kMaxInFlight || m_end || m_cancelled;
+        });
+        checkLocked();
+        if (over) throw SessionError(m_channel.name() + ": no answer came in time");
+        ticket->seq = m_nextSeq++;
+        storeLe(request.data() + kSeqAt, ticket->seq);
+        m_inFlight.push_back(ticket);
+        trace(Direction::kToDrives, request);
+    }
+    m_channel.send(request);
+    return ticket;
+}
+
+Bytes Session::wait(const Ticket& ticket) {
+    std::unique_lock lock(m_mutex);
+    const bool over = !m_changed.wait_for(lock, m_options.timeout,
+                                          [&] { return ticket->done || m_end || m_cancelled; });
+    if (!ticket->done || m_cancelled) checkLocked();
+    if (over) throw SessionError(m_channel.name() + ": no answer came in time");
+    if (ticket->dropped) throw SessionError("the request was dropped without an answer");
+    return std::move(ticket->result);
+}
+
+Created Session::open(std::uint8_t map, std::string_view path, std::uint32_t flags,
+                      std::uint32_t mode) {
+    const Created created = parseCreated(ask(createRequest(map, wirePath(path), flags, mode)));
+    if (created.status != kSuccess && created.handle != kNoHandle) {
+        close(map, created.handle);  // opened, and then something else failed
+    }
+    if (const std::int32_t outcome = created.outcome(); outcome != kSuccess) {
+        throw StatusError(outcome);
+    }
+    return created;
+}
+
+void Session::close(std::uint8_t map, std::uint64_t handle) {
+    parseStatus(ask(closeRequest(map, handle)));
+}
+
+void Session::list(std::uint8_t map, std::string_view path,
+                   const std::function<void(std::vector<Entry>)>& take) {
+    const Created folder = open(map, path, kDirectory | kOpenIfExists | kFailIfNew | kAccessRead);
+    Bytes name = wirePath(path);
+    append(name, *utf16FromUtf8("\\*"));
+
+    std::deque<Ticket> asked;
+    const auto askMore = [&] {
+        asked.push_back(submit(listRequest(map, folder.handle, name, 0, kListLimit)));
+    };
+    // Whatever ends the loop, the answers under way are of no use, and the folder is closed.
+    struct Closer {
+        Session& session;
+        std::uint8_t map;
+        std::uint64_t handle;
+        ~Closer() {
+            try {
+                session.submit(closeRequest(map, handle));
+            } catch (const std::exception&) {
+                return;  // the connection is gone, and the handle with it
+            }
+        }
+    } closer{*this, map, folder.handle};
+
+    std::size_t total = 0;
+    askMore();
+    while (true) {
+        Listing listing = parseListing(wait(asked.front()));
+        asked.pop_front();
+        total += listing.entries.size();
+        if (!listing.ended && listing.entries.empty()) {
+            throw SessionError("the listing does not go on");
+        }
+        if (total > kMaxEntries) throw SessionError("the listing does not end");
+        while (!listing.ended && asked.size() < kListsInFlight) askMore();
+        const bool ended = listing.ended;
+        std::erase_if(listing.entries,
+                      [](const Entry& e) { return e.name == "." || e.name == ".."; });
+        if (!listing.entries.empty()) take(std::move(listing.entries));
+        if (ended) return;
+    }
+}
+
+ObjectInfo Session::stat(std::uint8_t map, std::string_view path) {
+    const auto [parent, name] = splitLast(path);
+    const auto openIt = [&] {
+        const Created object = open(map, path, kOpenIfExists | kFailIfNew | kAccessNone);
+        close(map, object.handle);
+        return object.info;
+    };
+    // A star at the end would list. And the drive itself has no parent on the drive.
+    if (name.empty() || name.ends_with('*')) return openIt();
+
+    Created folder;
+    try {
+        folder = open(map, parent, kDirectory | kOpenIfExists | kFailIfNew | kAccessRead);
+    } catch (const StatusError& error) {
+        if (error.status() != kAccessDenied) throw;
+        return openIt();
+    }
+    const Ticket listed =
+        submit(listRequest(map, folder.handle, wirePath(path), kListReturnOne, kListLimit));
+    const Ticket closed = submit(closeRequest(map, folder.handle));
+    const Listing listing = parseListing(wait(listed));
+    wait(closed);
+    if (listing.entries.empty()) throw StatusError(kStatusFileNotFound);
+    return listing.entries.front().info;
+}
+
+ObjectInfo Session::queryInfo(std::uint8_t map, std::uint64_t handle) {
+    return parseInfo(ask(queryInfoRequest(map, handle)));
+}
+
+VolumeInfo Session::volume(std::uint8_t map, std::uint64_t handle) {
+    return parseVolume(ask(volumeRequest(map, handle)));
+}
+
+ObjectInfo Session::setInfo(std::uint8_t map, std::uint64_t handle, const ObjectInfo& info) {
+    return parseInfo(ask(setInfoRequest(map, handle, info)));
+}
+
+ObjectInfo Session::setEndOfFile(std::uint8_t map, std::uint64_t handle, std::int64_t size) {
+    return parseInfo(ask(setEndOfFileRequest(map, handle, size)));
+}
+
+void Session::flush(std::uint8_t map, std::uint64_t handle) {
+    parseStatus(ask(flushRequest(map, handle)));
+}
+
+void Session::remove(std::uint8_t map, std::string_view path, std::uint32_t flags) {
+    parseStatus(ask(removeRequest(map, wirePath(path), flags)));
+}
+
+void Session::rename(std::uint8_t map, std::string_view from, std::string_view to,
+                     std::uint32_t flags) {
+    parseStatus(ask(renameRequest(map, wirePath(from), wirePath(to), flags)));
+}
+
+void Session::cancel() {
+    const std::lock_guard lock(m_mutex);
+    m_cancelled = true;
+    m_changed.notify_all();
+}
+
+void Session::resume() {
+    const std::lock_guard lock(m_mutex);
+    m_cancelled = false;
+}
+
+}  // namespace peer::windows

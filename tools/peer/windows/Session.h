@@ -1,0 +1,156 @@
+// The remote desktop's side of one connection in the Windows dialect: handshake, policy, the drives
+// that are offered, and numbered requests with many in flight. A thread of its own receives; all
+// operations may be called from any thread.
+//
+// The other side answers one request after the other, in the order in which they came. A request
+// whose follower is answered will therefore never be.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "peer/Bytes.h"
+#include "peer/Channel.h"
+#include "peer/windows/Messages.h"
+#include "peer/windows/Policy.h"
+#include "peer/windows/Tracer.h"
+
+namespace peer::windows {
+
+// The session is over, or a request got no answer.
+class SessionError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// cancel() ended a wait.
+class Cancelled : public SessionError {
+public:
+    Cancelled() : SessionError("interrupted") {}
+};
+
+struct Drive {
+    std::uint32_t id = 0;
+    std::string name;
+    VolumeInfo volume;
+    bool printer = false;
+    bool hasNames = false;  // the three below were announced
+    std::int32_t type = 0;
+    std::string computer, share;
+};
+
+class Session {
+public:
+    // A message leaves or has come. Called with a lock held: it must not call back.
+    using TraceSink = std::function<void(const std::string& line)>;
+
+    // The drives changed: see drives(). Called on the receiving thread.
+    using DriveListener = std::function<void()>;
+
+    struct Options {
+        Policy policy;
+        std::chrono::milliseconds timeout{30000};  // for one answer
+        TraceSink trace;                           // may be empty
+        DriveListener driveListener;               // may be empty
+    };
+
+    class Pending;
+    using Ticket = std::shared_ptr<Pending>;
+
+    static constexpr std::size_t kMaxInFlight = 255;  // `seq` has one byte
+
+    // The channel outlives the session.
+    Session(Channel& channel, Options options);
+
+    // Interrupts the channel for good and waits for the receiving thread.
+    ~Session();
+
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Waits for the handshake and answers with the policy. Once, before everything else.
+    void open();
+
+    void sendPolicy(const Policy& policy);
+
+    // --- drives
+
+    std::vector<Drive> drives() const;
+
+    // True once `found` holds for the drives. False if it did not when all drives of the other side
+    // were known, or after `limit`.
+    bool waitForDrives(const std::function<bool(const std::vector<Drive>&)>& found,
+                       std::chrono::milliseconds limit);
+
+    // --- requests
+
+    // Sends, and blocks while kMaxInFlight requests wait for their results.
+    Ticket submit(Bytes request);
+
+    // The result, whole. Throws SessionError.
+    Bytes wait(const Ticket& ticket);
+    Bytes ask(Bytes request) { return wait(submit(std::move(request))); }
+
+    // Opens or creates. Throws StatusError if there is no handle at the end.
+    Created open(std::uint8_t map, std::string_view path, std::uint32_t flags,
+                 std::uint32_t mode = 0);
+    void close(std::uint8_t map, std::uint64_t handle);
+
+    // All entries but "." and "..", handed out in portions as they come. Several requests are under
+    // way at a time.
+    void list(std::uint8_t map, std::string_view path,
+              const std::function<void(std::vector<Entry>)>& take);
+
+    // Looks the object up without opening it.
+    ObjectInfo stat(std::uint8_t map, std::string_view path);
+    ObjectInfo queryInfo(std::uint8_t map, std::uint64_t handle);
+    VolumeInfo volume(std::uint8_t map, std::uint64_t handle);
+    ObjectInfo setInfo(std::uint8_t map, std::uint64_t handle, const ObjectInfo& info);
+    ObjectInfo setEndOfFile(std::uint8_t map, std::uint64_t handle, std::int64_t size);
+    void flush(std::uint8_t map, std::uint64_t handle);
+    void remove(std::uint8_t map, std::string_view path, std::uint32_t flags);
+    void rename(std::uint8_t map, std::string_view from, std::string_view to, std::uint32_t flags);
+
+    // Every wait, now and later, throws Cancelled, until resume().
+    void cancel();
+    void resume();
+
+private:
+    void receiveLoop();
+    void handle(Bytes message);
+    void handleResult(Bytes message);
+    void handleDrive(const Header& header, View message);
+    void end(std::exception_ptr why);
+    void trace(Direction direction, View message);
+    bool mapsAreKnown();
+    void checkLocked() const;
+
+    Channel& m_channel;
+    const Options m_options;
+    std::thread m_receiver;
+
+    mutable std::mutex m_mutex;  // guards everything below
+    std::condition_variable m_changed;
+    std::deque<Ticket> m_inFlight;  // oldest first; their seqs follow each other
+    std::uint8_t m_nextSeq = 0;
+    std::vector<Drive> m_drives;
+    std::chrono::steady_clock::time_point m_lastNews;
+    bool m_shaken = false;
+    bool m_cancelled = false;
+    std::exception_ptr m_end;  // why no more messages come
+    Tracer m_tracer;
+
+    // Held from taking a number to the write: requests leave in the order of their numbers. Taken
+    // before m_mutex.
+    std::mutex m_submitMutex;
+};
+
+}  // namespace peer::windows
