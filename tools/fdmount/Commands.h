@@ -1,0 +1,18 @@
+// The commands. Each throws for what ends it, and returns the process's exit code.
+#pragma once
+
+#include "fdmount/Client.h"
+
+namespace fdmount {
+
+int showDrives(Client& client);
+int listFolder(Client& client);
+int showObject(Client& client);
+int getFile(Client& client);
+int putFile(Client& client);
+int removeObjects(Client& client);
+
+// One line on standard error.
+void warn(const std::string& text);
+
+}  // namespace fdmount

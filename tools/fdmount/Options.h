@@ -1,0 +1,34 @@
+// The command line of fdmount.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "peer/windows/Policy.h"
+
+namespace fdmount {
+
+enum class Command { kDrives, kList, kStat, kGet, kPut, kRemove };
+
+struct Options {
+    std::string channel;
+    Command command = Command::kDrives;
+    std::vector<std::string> paths;  // of the command, in the order of its arguments
+    bool longForm = false;           // ls
+    bool all = false;                // ls
+    bool removeFolders = false;      // rm
+    bool quiet = false;              // get, put: no progress
+    bool trace = false;
+    std::chrono::milliseconds timeout{30000};
+    peer::windows::Policy policy;
+};
+
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitUsage = 2;
+
+// Nothing if there is nothing to run: `exitCode` is then the process's.
+std::optional<Options> parseOptions(int argc, char** argv, int& exitCode);
+
+}  // namespace fdmount
