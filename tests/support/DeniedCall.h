@@ -1,5 +1,5 @@
-// Makes one system call of Linux fail in the calling process and all that it starts, for good: a
-// test does that in a child of its own (EXPECT_EXIT).
+// Makes system calls of Linux fail in the calling process, for good: to be called in a child of the
+// test (InChild.h).
 #pragma once
 
 #include <linux/filter.h>

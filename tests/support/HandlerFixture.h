@@ -29,6 +29,7 @@ protected:
         folder.copy(m_map.m_clientFolder, sizeof m_map.m_clientFolder - 1);
         m_map.m_clientFolder_size = static_cast<std::uint16_t>(folder.size() + 1);
         m_map.m_bWritable = 1;
+        m_log.clear();  // what the policy and the map say of themselves
     }
 
     // Puts a descriptor into the map's table, which owns it from here.

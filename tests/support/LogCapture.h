@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,11 @@ struct LogLine {
     std::string message;
     bool operator==(const LogLine&) const = default;
 };
+
+// How a failed expectation shows a line.
+inline void PrintTo(const LogLine& line, std::ostream* out) {
+    *out << line.level << " \"" << line.message << '"';
+}
 
 class LogCapture {
 public:
