@@ -4,7 +4,7 @@ set(ZFD_MACOS_ARCH "aarch64" CACHE STRING "aarch64 or x86_64")
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZFD_MACOS_ARCH)
 
 set(CMAKE_SYSTEM_NAME Darwin)
-set(CMAKE_SYSTEM_VERSION 22)
+set(CMAKE_SYSTEM_VERSION 22.0)
 set(CMAKE_SYSTEM_PROCESSOR ${ZFD_MACOS_ARCH})
 set(CMAKE_OSX_ARCHITECTURES "" CACHE STRING "The wrapper names the architecture")
 set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "The wrapper names the target")
@@ -31,6 +31,4 @@ set(Iconv_LIBRARY ${CMAKE_CURRENT_LIST_DIR}/macos/libiconv.tbd CACHE FILEPATH ""
 
 # install_name_tool is not there, so nothing may need changing at install time.
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
-set(CMAKE_BUILD_WITH_INSTALL_NAME_DIR ON)
-set(CMAKE_INSTALL_NAME_DIR @rpath)
 set(CMAKE_INSTALL_NAME_TOOL ${toolchain}/bin/unused CACHE FILEPATH "")
