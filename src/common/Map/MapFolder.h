@@ -16,6 +16,9 @@ class HandleManage;
 // Value of m_mapType for a printer port.
 constexpr int kPrinterMap = 0x1000;
 
+// Room for a map name in UTF-16LE.
+constexpr int MAX_PATH_BUFF = 2048;
+
 class MapFolder {
 public:
     MapFolder(FdClientPolicy* policy, const ZListener& listener);
@@ -33,7 +36,7 @@ public:
     std::uint16_t m_clientFolder_size = 0;  // with terminator, as the caller gave it
     char m_utf16_clientFolder[1040] = {};
     std::uint16_t m_utf16_clientFolder_size = 0;
-    char m_utf16_mapName[2048] = {};
+    char m_utf16_mapName[MAX_PATH_BUFF] = {};
     std::uint16_t m_utf16_mapName_size = 0;
     char m_utf8_mapName[1024] = {};
     std::uint16_t m_utf8_mapName_size = 0;  // with terminator, but without it for a printer port

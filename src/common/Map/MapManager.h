@@ -14,6 +14,7 @@
 #include "common/Map/MapFolder.h"
 
 class FdClientPolicy;
+struct MapNameText;
 
 // Reads the request from `buffer`, builds the reply in place and stores its size in `*resultSize`.
 // A handler that leaves `*resultSize` at 0 sends no reply. `buffer` holds MAX_CMD_BUFFER bytes,
@@ -78,6 +79,16 @@ private:
     // One write under the send lock, with its result.
     int writeWhole(char* data, int size);
 
+    // The steps of addMapInfo.
+    bool nameMap(MapFolder& map, const char* path, int pathSize);
+    bool makeUniqueName(MapNameText& name, const MapNameText& base);
+    void listMap(const MapFolderPtr& map);
+
+    // The first map that is wanted, or null. Searched under the lock.
+    template <typename Predicate>
+    MapFolderPtr findMap(Predicate isWanted);
+
+    MapFolderPtr unlistMap(int id);
     int nextMapId();
     std::list<MapFolderPtr> listedMaps();  // a snapshot, to be walked without the lock
     std::list<MapFolderPtr> takeMaps();    // leaves the registry empty
