@@ -3,10 +3,11 @@
 // and let go by the client manager; PutMsg runs on the host's channel thread.
 #pragma once
 
-#include <atomic>
-#include <functional>
+#include <memory>
 
 #include "ZFdClientMgr.h"
+#include "common/Comm/ZThread.h"
+#include "common/LinuxServer/comm/fd_wire.h"
 
 class FdClientPolicy;
 class FdContext;
@@ -29,7 +30,12 @@ public:
     void SetClientPolicy(FdClientPolicy* policy);  // not owned
 
 private:
-    std::atomic<FdContext*> m_context{nullptr};  // owned; set once StartWork has finished
+    std::shared_ptr<FdContext> context();
+    bool takePayload(fd_cmd_item* item, const char* data, int size);
+    bool handOn(FdContext& context, fd_cmd_item* item);
+
+    ZMutex m_contextMutex{false};  // the pointer is published when StartWork has finished
+    std::shared_ptr<FdContext> m_context Z_GUARDED_BY(m_contextMutex);
     ChannelWriteFn m_channel_write;
     FdClientPolicy* m_client_policy = nullptr;
     ZListener m_listener;

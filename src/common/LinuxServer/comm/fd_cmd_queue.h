@@ -1,0 +1,34 @@
+// A queue of nodes, first in, first out, with many writers and one reader. It does not own the
+// nodes: whoever destroys a queue drains it first.
+#pragma once
+
+#include <deque>
+
+#include "common/Comm/ZThread.h"
+#include "common/LinuxServer/comm/fd_wire.h"
+
+class FdCmdQueue {
+public:
+    FdCmdQueue() = default;
+    virtual ~FdCmdQueue() = default;
+    FdCmdQueue(const FdCmdQueue&) = delete;
+    FdCmdQueue& operator=(const FdCmdQueue&) = delete;
+
+    // Whoever takes the node owns it.
+    virtual bool put_node(fd_cmd_item* item);
+
+    // Waits `msecond` milliseconds for a node, or without limit for 0. False when none came, also
+    // after a wake-up without one.
+    virtual bool get_node(fd_cmd_item** item, int msecond);
+    virtual bool get_all_node(std::deque<fd_cmd_item*>* nodes);
+    virtual int get_queue_size();
+    virtual void wake_all();
+
+    // As wake_all, for a stop that repeats itself: no log.
+    void wakeAgain();
+
+private:
+    std::deque<fd_cmd_item*> m_list Z_GUARDED_BY(m_mutex);
+    ZMutex m_mutex{false};
+    ZWaitCondition m_wait;
+};

@@ -1,0 +1,13 @@
+// Nothing to do: no file stays open between requests.
+#include "common/LinuxServer/opreator/FdOperation.h"
+#include "common/LinuxServer/opreator/fd_handlers.h"
+#include "linux/LinuxServer/comm/opreator/fd_local.h"
+
+int fd_release_c(FdMapInfo* map, fd_cmd_item* item) {
+    FdOperation op("release", map, item);
+    op.number();  // the length of the record, which is known
+    fd_file_info info = op.fileInfo();
+    FD_LOG_AS(op.tag(), ZLOG_LEVEL_DEBUG, "parse data, path: %s", op.path());
+    if (!op.isInside()) return op.finish(kResInvalid);
+    return op.run([&](const char* local) { return fd_release_f(map, local, &info); });
+}

@@ -1,0 +1,79 @@
+// The base of the workers of the Linux dialect.
+#include "common/LinuxServer/workthread/FdThread.h"
+
+#include "common/Comm/FdLog.h"
+#include "common/LinuxServer/comm/fd_cmd_queue.h"
+#include "common/LinuxServer/workthread/FdContext.h"
+
+namespace {
+constexpr int kPollStepMs = 100;
+}
+
+FdThread::FdThread(FdContext* context, const char* name)
+    : ZThread("FdThread"), m_thread_name(name), m_context(context) {
+    if (context != nullptr) keepAlive(context->weak_from_this().lock());
+}
+
+void FdThread::askToStop() {
+    m_stopAsked = true;
+    m_run_flag = false;
+}
+
+bool FdThread::waitStop(int msecond) {
+    FD_LOG_INFO("wait stop, msecond: %d  ...", msecond);
+    askToStop();
+    const bool exited = pollExit(msecond, nullptr);
+    FD_LOG_INFO("wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0, msecond);
+    return exited;
+}
+
+bool FdThread::pollExit(int& msecond, FdCmdQueue* queue) {
+    while (msecond > 0 && !m_exit_flag) {
+        msecond -= kPollStepMs;
+        if (queue != nullptr) queue->wakeAgain();
+        const ZMutexLocker lock(m_exitMutex);
+        if (!m_exit_flag) m_exited.wait(m_exitMutex, kPollStepMs);
+    }
+    if (!m_exit_flag) return false;
+    wait();  // run() is on its last lines: after this nothing of it is left
+    return true;
+}
+
+int FdThread::waitStatu(int statu, int msecond) {
+    FD_LOG_INFO("wait thread statu. statu: %d  ...", statu);
+    while (msecond > 0 && m_statu < statu) {
+        msecond -= kPollStepMs;
+        msleep(kPollStepMs);
+    }
+    FD_LOG_INFO("wait thread statu,  statu: %d, msecond: %d", m_statu.load(), msecond);
+    return m_statu;
+}
+
+int FdThread::getThreadStatu() {
+    return m_statu;
+}
+
+bool FdThread::initRes() {
+    FD_LOG_INFO("init res. thread: %s", m_thread_name);
+    return true;
+}
+
+bool FdThread::freeRes() {
+    FD_LOG_INFO("free res. thread: %s", m_thread_name);
+    return true;
+}
+
+void FdThread::beginRun() {
+    m_statu = kStatuStarting;
+    m_run_flag = !m_stopAsked;
+    m_exit_flag = false;
+    m_statu = kStatuReady;
+}
+
+void FdThread::endRun() {
+    m_run_flag = false;
+    m_statu = kStatuFinished;
+    const ZMutexLocker lock(m_exitMutex);
+    m_exit_flag = true;
+    m_exited.wakeAll();
+}

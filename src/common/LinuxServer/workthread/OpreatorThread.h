@@ -1,0 +1,38 @@
+// Carries out one request at a time: finds the map, calls the handler of the operation's code,
+// passes the node on as the reply and puts itself back on the context's ready list. Made on demand
+// by FdContext, which owns it.
+#pragma once
+
+#include <array>
+
+#include "common/LinuxServer/comm/fd_cmd_queue.h"
+#include "common/LinuxServer/workthread/FdThread.h"
+
+class FdMapInfo;
+
+class OpreatorThread : public FdThread {
+public:
+    explicit OpreatorThread(FdContext* context);
+    ~OpreatorThread() override;
+
+    bool setMapInfo(FdMapInfo* map);
+
+    // The queue owns the node from here on.
+    bool addOpreatorCmd(fd_cmd_item* item);
+
+    bool waitStop(int msecond) override;
+
+protected:
+    void run() override;
+
+private:
+    using Handler = int (*)(FdMapInfo* map, fd_cmd_item* item);
+
+    void handleItem(fd_cmd_item* item);
+    void callHandler(FdMapInfo* map, fd_cmd_item* item);
+    void passOn(fd_cmd_item* item);
+
+    FdMapInfo* m_map_info = nullptr;  // of the last request; only compared with null
+    FdCmdQueue m_cmd_queue;
+    std::array<Handler, 45> m_handlers{};  // by operation code
+};

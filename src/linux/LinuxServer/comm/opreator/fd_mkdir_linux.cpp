@@ -1,0 +1,14 @@
+// Makes a folder.
+#include "linux/LinuxServer/comm/opreator/fd_local.h"
+
+#include <sys/stat.h>
+#include <cerrno>
+
+#include "common/Comm/FdLog.h"
+
+int fd_mkdir_f(FdMapInfo* /*map*/, const char* path, std::int64_t mode) {
+    FD_LOG_DEBUG("path: %s, mode: %x", path, static_cast<unsigned>(mode));
+    const int res = mkdir(path, static_cast<mode_t>(mode & 0xFFFF)) == -1 ? -errno : 0;
+    FD_LOG_DEBUG("res: %d", res);
+    return res;
+}

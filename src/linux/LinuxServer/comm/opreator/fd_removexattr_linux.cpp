@@ -1,0 +1,10 @@
+// No extended attributes.
+#include "linux/LinuxServer/comm/opreator/fd_local.h"
+
+#include "common/Comm/FdLog.h"
+
+int fd_removexattr_f(FdMapInfo* /*map*/, const char* /*path*/, const char* /*name*/) {
+    const int res = kResNotSupported;
+    FD_LOG_DEBUG("res: %d", res);
+    return res;
+}

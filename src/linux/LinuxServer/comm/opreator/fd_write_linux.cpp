@@ -1,0 +1,34 @@
+// Writes to a file that is open for this call only.
+#include "linux/LinuxServer/comm/opreator/fd_local.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+#include "common/Comm/FdLog.h"
+
+namespace {
+// What a result can tell.
+constexpr std::int64_t kLargest = std::numeric_limits<std::int32_t>::max() - kFrameHeadSize;
+}  // namespace
+
+int fd_write_f(FdMapInfo* /*map*/, const char* path, const char* data, std::int64_t size,
+               std::int64_t offset, fd_file_info* /*info*/) {
+    FD_LOG_DEBUG("path: %s, size: %lld, offset: %lld", path, static_cast<long long>(size),
+                 static_cast<long long>(offset));
+    const int fd = open(path, O_WRONLY | O_CLOEXEC);
+    if (fd == -1) {
+        const int err = errno;
+        FD_LOG_DEBUG("res: %d", -err);
+        return -err;
+    }
+    size = std::clamp<std::int64_t>(size, 0, kLargest);
+    const ssize_t count =
+        pwrite(fd, data, static_cast<std::size_t>(size), static_cast<off_t>(offset));
+    const int res = count == -1 ? -errno : static_cast<int>(count);
+    close(fd);
+    FD_LOG_DEBUG("res: %d", res);
+    return res;
+}
