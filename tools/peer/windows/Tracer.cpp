@@ -229,6 +229,7 @@ std::string withName(const Header& header) {
 
 std::string Tracer::line(Direction direction, View message) {
     std::string text = direction == Direction::kToDrives ? "> " : "< ";
+    const auto separator = [&text] { return std::string(text.ends_with(' ') ? "" : ": "); };
     try {
         if (direction == Direction::kToDrives && message.size() >= 2 &&
             loadLe<std::uint16_t>(message.data()) == kPolicy) {
@@ -254,9 +255,9 @@ std::string Tracer::line(Direction direction, View message) {
             if (!detail.empty()) text += ": " + detail;
         }
     } catch (const BadMessage& bad) {
-        text += std::string(" MALFORMED: ") + bad.what();
+        text += separator() + "MALFORMED: " + bad.what();
     } catch (const StatusError& bad) {
-        text += std::string(" MALFORMED: ") + bad.what();
+        text += separator() + "MALFORMED: " + bad.what();
     }
     return text + " (" + std::to_string(message.size()) + " bytes)";
 }
