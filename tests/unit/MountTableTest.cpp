@@ -139,13 +139,15 @@ TEST(MountTableTest, FlagsHaveTheirNumbers) {
 }
 
 TEST(MountTableTest, EachThreadHasATableOfItsOwn) {
+    constexpr int kThreads = 4;
     compat::MountEntry* mine = nullptr;
     const int count = compat::getmntinfo(&mine, MNT_NOWAIT);
     ASSERT_GT(count, 0);
     const std::string before = mine[0].f_mntonname;
 
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
+    threads.reserve(kThreads);
+    for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([mine] {
             for (int pass = 0; pass < 50; ++pass) {
                 compat::MountEntry* mounts = nullptr;
