@@ -63,7 +63,7 @@ protected:
         handler(buffer, static_cast<int>(request.size()), &resultSize, &m_map);
 
         EXPECT_EQ(buffer, m_buffer.data());
-        const auto replySize = static_cast<std::size_t>(kHeaderSize + resultSize);
+        const auto replySize = std::size_t{kHeaderSize} + static_cast<std::size_t>(resultSize);
         EXPECT_LE(replySize, m_buffer.size());
         EXPECT_TRUE(isUntouchedFrom(replySize, request)) << "behind the reply";
         if (resultSize == 0) return {};

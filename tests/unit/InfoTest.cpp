@@ -288,7 +288,7 @@ TEST_F(FileStatusTest, WithoutStatxAllButTheBirthTimeIsTheSame) {
             compat::FileStatus byHandle = {};
             EXPECT_EQ(compat::statPath(path.c_str(), &byPath), 0);
             EXPECT_EQ(compat::statHandle(fd, &byHandle), 0);
-            EXPECT_EQ(std::memcmp(&byPath, &byHandle, sizeof byPath), 0);
+            EXPECT_EQ(byPath, byHandle);
             EXPECT_EQ(byPath.size, 5);
             EXPECT_EQ(byPath.mode, before.mode);
             EXPECT_EQ(byPath.accessTime, 1'000'000'000'003);

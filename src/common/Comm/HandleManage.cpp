@@ -65,7 +65,7 @@ bool HandleManage::InsertHandleByName(long long handle, const char* name, HANDLE
     }
 
     if (!InsertHandle(handle, record.get())) return false;
-    record.release();  // the table owns it from here
+    static_cast<void>(record.release());  // the table owns it from here
     return true;
 }
 

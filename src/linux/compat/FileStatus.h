@@ -14,6 +14,8 @@ struct FileStatus {
     std::int64_t modificationTime;
     std::int64_t changeTime;
     std::int64_t birthTime;  // the modification time where the file system keeps none
+
+    bool operator==(const FileStatus&) const = default;
 };
 
 // Each takes one system call and returns 0, or -1 with errno set. A link reports its target.
