@@ -41,12 +41,12 @@ std::string problem(Parse parse) {
 Bytes entry(const std::string& name) {
     Bytes bytes;
     ObjectInfo{}.appendTo(bytes);
-    bytes.insert(bytes.end(), 30, '\0');
+    bytes.append(30, '\0');
     const Bytes wide = peer::utf16FromUtf8(name).value();
     peer::appendLe(bytes, static_cast<std::uint16_t>(wide.size() + 2));
     peer::appendLe(bytes, static_cast<std::uint16_t>(wide.size()));
     peer::append(bytes, wide);
-    bytes.insert(bytes.end(), 2, '\0');
+    bytes.append(2, '\0');
     return bytes;
 }
 

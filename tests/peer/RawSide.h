@@ -67,7 +67,7 @@ public:
         peer::appendLe(bytes, status);
         peer::appendLe(bytes, count);
         peer::append(bytes, data);
-        bytes.insert(bytes.end(), 3, '\x55');
+        bytes.append(3, '\x55');
         return bytes;
     }
 
@@ -81,7 +81,7 @@ public:
         peer::appendLe(message, std::uint16_t{0});
         peer::appendLe(message, std::uint64_t{1000000});
         peer::appendLe(message, std::uint64_t{400000});
-        message.insert(message.end(), 22 + 3, '\0');
+        message.append(22 + 3, '\0');
         return message;
     }
 
@@ -95,7 +95,7 @@ public:
         peer::append(message, {"host", 5});
         peer::appendLe(message, static_cast<std::uint16_t>(share.size() + 1));
         peer::append(message, {share.c_str(), share.size() + 1});
-        message.insert(message.end(), 3, '\0');
+        message.append(3, '\0');
         return message;
     }
 
@@ -103,7 +103,7 @@ public:
         peer::Bytes message = head(peer::windows::kMapDelete);
         peer::appendLe(message, id);
         peer::appendLe(message, std::uint32_t{1});
-        message.insert(message.end(), 4, '\0');
+        message.append(4, '\0');
         return message;
     }
 
@@ -111,7 +111,7 @@ private:
     static peer::Bytes head(std::uint16_t code) {
         peer::Bytes message;
         peer::appendLe(message, code);
-        message.insert(message.end(), 10, '\0');
+        message.append(10, '\0');
         return message;
     }
 

@@ -214,7 +214,7 @@ TEST_F(SessionTest, AListingThatDoesNotGoOnIsGivenUp) {
         const Bytes create = m_drives.next();
         Bytes block;
         peer::appendLe(block, std::uint64_t{7});
-        block.insert(block.end(), 120, '\0');
+        block.append(120, '\0');
         m_drives.answer(create, FakeDrives::payload(0, 128, block));
         Bytes none;
         peer::appendLe(none, std::uint32_t{0});
@@ -234,7 +234,7 @@ TEST_F(SessionTest, AHandleThatComesWithAFailureIsClosed) {
         const Bytes create = m_drives.next();
         Bytes block;
         peer::appendLe(block, std::uint64_t{7});
-        block.insert(block.end(), 120, '\0');
+        block.append(120, '\0');
         m_drives.answer(create, FakeDrives::payload(-38, 128, block));
         const Bytes close = m_drives.next();
         EXPECT_EQ(close[0], 2);

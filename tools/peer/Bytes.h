@@ -1,38 +1,88 @@
 // Byte strings of the wire: little-endian numbers, and a cursor that never reads past the end.
 #pragma once
 
+#include <algorithm>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace peer {
 
-// Leaves what it makes room for unwritten: a frame is filled by read() right after.
-template <typename T>
-struct UnsetAllocator : std::allocator<T> {
-    template <typename U>
-    struct rebind {
-        using other = UnsetAllocator<U>;
-    };
-    template <typename U>
-    void construct(U* at) {
-        ::new (static_cast<void*>(at)) U;
-    }
-    template <typename U, typename... Args>
-    void construct(U* at, Args&&... args) {
-        ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
-    }
-};
-
-using Bytes = std::vector<char, UnsetAllocator<char>>;
 using View = std::span<const char>;
+
+// Bytes that grow. What resize() makes room for is left unwritten: a frame is filled by read()
+// right after, and clearing a megabyte first would cost as much as reading it.
+class Bytes {
+public:
+    Bytes() = default;
+    explicit Bytes(std::size_t size) { resize(size); }
+    Bytes(const char* first, const char* last) {
+        append({first, static_cast<std::size_t>(last - first)});
+    }
+    Bytes(const Bytes& other) { append(other); }
+    Bytes(Bytes&& other) noexcept { swap(other); }
+    Bytes& operator=(Bytes other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~Bytes() = default;
+
+    char* data() { return m_data.get(); }
+    const char* data() const { return m_data.get(); }
+    std::size_t size() const { return m_size; }
+    bool empty() const { return m_size == 0; }
+    char& operator[](std::size_t at) { return m_data[at]; }
+    const char& operator[](std::size_t at) const { return m_data[at]; }
+    char* begin() { return data(); }
+    char* end() { return data() + m_size; }
+    const char* begin() const { return data(); }
+    const char* end() const { return data() + m_size; }
+
+    void reserve(std::size_t capacity) {
+        if (capacity <= m_capacity) return;
+        std::unique_ptr<char[]> grown(new char[capacity]);
+        if (m_size > 0) std::memcpy(grown.get(), m_data.get(), m_size);
+        m_data = std::move(grown);
+        m_capacity = capacity;
+    }
+    void resize(std::size_t size) {
+        if (size > m_capacity) reserve(std::max(size, m_size + m_size / 2));
+        m_size = size;
+    }
+    void append(View bytes) {
+        const std::size_t at = m_size;
+        resize(at + bytes.size());
+        if (!bytes.empty()) std::memcpy(data() + at, bytes.data(), bytes.size());
+    }
+    void append(std::size_t count, char byte) {
+        const std::size_t at = m_size;
+        resize(at + count);
+        if (count > 0) std::memset(data() + at, byte, count);
+    }
+    void push_back(char byte) { append(1, byte); }
+
+    bool operator==(const Bytes& other) const {
+        return std::equal(begin(), end(), other.begin(), other.end());
+    }
+
+private:
+    void swap(Bytes& other) noexcept {
+        std::swap(m_data, other.m_data);
+        std::swap(m_size, other.m_size);
+        std::swap(m_capacity, other.m_capacity);
+    }
+
+    std::unique_ptr<char[]> m_data;
+    std::size_t m_size = 0;
+    std::size_t m_capacity = 0;
+};
 
 // A message of the other side that is not what it must be.
 class BadMessage : public std::runtime_error {
@@ -59,11 +109,11 @@ template <std::integral T>
 void appendLe(Bytes& to, T value) {
     char bytes[sizeof(T)];
     storeLe(bytes, value);
-    to.insert(to.end(), bytes, bytes + sizeof(T));
+    to.append({bytes, sizeof(T)});
 }
 
 inline void append(Bytes& to, View bytes) {
-    to.insert(to.end(), bytes.begin(), bytes.end());
+    to.append(bytes);
 }
 
 inline View viewOf(std::string_view text) {

@@ -142,7 +142,7 @@ Bytes createRequest(std::uint8_t map, View path, std::uint32_t flags, std::uint3
     info.size = size;
     info.mode = mode;
     info.appendTo(message);
-    message.insert(message.end(), kParmsTail, '\0');
+    message.append(kParmsTail, '\0');
     return finished(std::move(message));
 }
 

@@ -26,7 +26,7 @@ void ObjectInfo::appendTo(Bytes& to) const {
     }
     appendLe(to, mode);
     appendLe(to, additional);
-    to.insert(to.end(), kExtraSize, '\0');
+    to.append(kExtraSize, '\0');
 }
 
 VolumeInfo VolumeInfo::parse(Cursor& from) {
