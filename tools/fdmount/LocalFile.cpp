@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "fdmount/Client.h"
+#include "fdmount/Signals.h"
 
 namespace fdmount {
 
@@ -68,6 +69,8 @@ void Target::write(peer::View bytes) {
             bytes = bytes.subspan(static_cast<std::size_t>(written));
         } else if (errno != EINTR) {
             fail(errno);
+        } else if (stopSignal() != 0) {
+            throw peer::windows::Cancelled();
         }
     }
 }
@@ -113,6 +116,8 @@ peer::Bytes Source::read(std::size_t count) {
             have += static_cast<std::size_t>(got);
         } else if (errno != EINTR) {
             throw CommandError(m_name + ": " + textOf(errno));
+        } else if (stopSignal() != 0) {
+            throw peer::windows::Cancelled();
         }
     }
     bytes.resize(have);
