@@ -17,7 +17,7 @@ LogLine info(const char* text) {
     return {ZLOG_LEVEL_INFO, text};
 }
 
-class RootFilterTest : public testing::Test {
+class PolicyRootFilterTest : public testing::Test {
 protected:
     // As the policy command leaves it, with the root map on.
     void applyFilter(const char* filter) {
@@ -43,7 +43,7 @@ protected:
     FdClientPolicy m_policy;
 };
 
-TEST_F(RootFilterTest, SplitsAndListsTheDefaultWhenTheStoreIsMade) {
+TEST_F(PolicyRootFilterTest, SplitsAndListsTheDefaultWhenTheStoreIsMade) {
     const LogCapture log;
     const FdClientPolicy policy;
 
@@ -52,7 +52,7 @@ TEST_F(RootFilterTest, SplitsAndListsTheDefaultWhenTheStoreIsMade) {
                                   info(" ### logRootDirFilterVec() ### "), info("str: /var/log")}));
 }
 
-TEST_F(RootFilterTest, SplitsATextIntoItsEntries) {
+TEST_F(PolicyRootFilterTest, SplitsATextIntoItsEntries) {
     const LogCapture log;
     EXPECT_THAT(m_policy.filterPathToVec("/a|/bc", '|'), ElementsAre("/a", "/bc"));
 
@@ -61,7 +61,7 @@ TEST_F(RootFilterTest, SplitsATextIntoItsEntries) {
                                   info("[tmppath: /bc] [delimlen: 3] [idx: 3]")}));
 }
 
-TEST_F(RootFilterTest, LeavesTheSecondOfTwoDelimitersAtTheNextEntry) {
+TEST_F(PolicyRootFilterTest, LeavesTheSecondOfTwoDelimitersAtTheNextEntry) {
     const LogCapture log;
     EXPECT_THAT(m_policy.filterPathToVec("a||b", '|'), ElementsAre("a", "|b"));
 
@@ -71,7 +71,7 @@ TEST_F(RootFilterTest, LeavesTheSecondOfTwoDelimitersAtTheNextEntry) {
                                   info("[tmppath: |b] [delimlen: 1] [idx: 2]")}));
 }
 
-TEST_F(RootFilterTest, SplitsOddTextsAsItAlwaysDid) {
+TEST_F(PolicyRootFilterTest, SplitsOddTextsAsItAlwaysDid) {
     EXPECT_THAT(m_policy.filterPathToVec("", '|'), IsEmpty());
     EXPECT_THAT(m_policy.filterPathToVec("|", '|'), ElementsAre("|"));
     EXPECT_THAT(m_policy.filterPathToVec("||", '|'), ElementsAre("||"));
@@ -83,21 +83,21 @@ TEST_F(RootFilterTest, SplitsOddTextsAsItAlwaysDid) {
     EXPECT_THAT(m_policy.filterPathToVec("a|b", ';'), ElementsAre("a|b"));
 }
 
-TEST_F(RootFilterTest, LogsAListWithItsHeading) {
+TEST_F(PolicyRootFilterTest, LogsAListWithItsHeading) {
     const LogCapture log;
     m_policy.logRootDirFilterVec({"one", "two"});
     EXPECT_EQ(log.lines(),
               (Lines{info(" ### logRootDirFilterVec() ### "), info("str: one"), info("str: two")}));
 }
 
-TEST_F(RootFilterTest, KeepsTheFilterWhenItIsGivenNone) {
+TEST_F(PolicyRootFilterTest, KeepsTheFilterWhenItIsGivenNone) {
     const LogCapture log;
     EXPECT_FALSE(m_policy.setLinuxDirFilterPath(nullptr));
     EXPECT_EQ(log.lines(), (Lines{{ZLOG_LEVEL_ERROR, "filterPath == NULL"}}));
     EXPECT_THAT(entriesUnder("/."), ElementsAre("/./var/log"));
 }
 
-TEST_F(RootFilterTest, ReplacesTheWholeFilterAndLogsIt) {
+TEST_F(PolicyRootFilterTest, ReplacesTheWholeFilterAndLogsIt) {
     const LogCapture log;
     EXPECT_TRUE(m_policy.setLinuxDirFilterPath("/a|/b"));
 
@@ -107,14 +107,14 @@ TEST_F(RootFilterTest, ReplacesTheWholeFilterAndLogsIt) {
                      info(" ### logRootDirFilterVec() ### "), info("str: /a"), info("str: /b")}));
 }
 
-TEST_F(RootFilterTest, SplitsByTheDelimiterOfTheMomentAndNeverAgain) {
+TEST_F(PolicyRootFilterTest, SplitsByTheDelimiterOfTheMomentAndNeverAgain) {
     m_policy.setDelimiter(';');
     m_policy.setLinuxDirFilterPath("/a;/b");
     m_policy.setDelimiter('|');
     EXPECT_THAT(entriesUnder("/."), ElementsAre("/./a", "/./b"));
 }
 
-TEST_F(RootFilterTest, PutsTheRootBeforeEachEntry) {
+TEST_F(PolicyRootFilterTest, PutsTheRootBeforeEachEntry) {
     m_policy.setLinuxDirFilterPath("/var/log|//|\\x");
     const LogCapture log;
     EXPECT_TRUE(m_policy.setLinuxrootDir("/."));
@@ -129,30 +129,30 @@ TEST_F(RootFilterTest, PutsTheRootBeforeEachEntry) {
                      info("str: /./"), info("str: /./x")}));
 }
 
-TEST_F(RootFilterTest, StripsTheSeparatorsThatARootEndsWith) {
+TEST_F(PolicyRootFilterTest, StripsTheSeparatorsThatARootEndsWith) {
     m_policy.setLinuxDirFilterPath("a");
     EXPECT_THAT(entriesUnder("/mnt/\\//"), ElementsAre("/mnt/a"));
 }
 
-TEST_F(RootFilterTest, TakesARootOfSeparatorsForAnEmptyPrefix) {
+TEST_F(PolicyRootFilterTest, TakesARootOfSeparatorsForAnEmptyPrefix) {
     const LogCapture log;
     EXPECT_THAT(entriesUnder("/\\/"), ElementsAre("/var/log"));
     EXPECT_TRUE(m_policy.setLinuxrootDir("/"));
     EXPECT_TRUE(m_policy.setLinuxrootDir("\\"));
 }
 
-TEST_F(RootFilterTest, LogsAnEmptyPrefix) {
+TEST_F(PolicyRootFilterTest, LogsAnEmptyPrefix) {
     const LogCapture log;
     m_policy.setLinuxrootDir("//");
     EXPECT_TRUE(log.has(ZLOG_LEVEL_INFO, "root_prefix: "));
 }
 
-TEST_F(RootFilterTest, PrefixesAgainWhenItIsCalledAgain) {
+TEST_F(PolicyRootFilterTest, PrefixesAgainWhenItIsCalledAgain) {
     EXPECT_THAT(entriesUnder("/."), ElementsAre("/./var/log"));
     EXPECT_THAT(entriesUnder("/."), ElementsAre("/././var/log"));
 }
 
-TEST_F(RootFilterTest, RefusesAnEmptyRootOrNone) {
+TEST_F(PolicyRootFilterTest, RefusesAnEmptyRootOrNone) {
     const LogCapture log;
     EXPECT_FALSE(m_policy.setLinuxrootDir(nullptr));
     EXPECT_FALSE(m_policy.setLinuxrootDir(""));
@@ -163,7 +163,7 @@ TEST_F(RootFilterTest, RefusesAnEmptyRootOrNone) {
                                   {ZLOG_LEVEL_ERROR, "len <= 0. [rootpath: ]"}}));
 }
 
-TEST_F(RootFilterTest, ShowsAnEntryItsAncestorsAndAllBelowIt) {
+TEST_F(PolicyRootFilterTest, ShowsAnEntryItsAncestorsAndAllBelowIt) {
     applyFilter("/var/log");
 
     for (const char* path : {"/.", "/./", "/./var", "/./var/log", "/./var/log/syslog", "/", ""}) {
@@ -171,7 +171,7 @@ TEST_F(RootFilterTest, ShowsAnEntryItsAncestorsAndAllBelowIt) {
     }
 }
 
-TEST_F(RootFilterTest, HidesWhatNoEntryNames) {
+TEST_F(PolicyRootFilterTest, HidesWhatNoEntryNames) {
     applyFilter("/var/log");
 
     for (const char* path : {"/./etc", "/./var/lib", "/./usr/log", "/./VAR", "/var/log", "x"}) {
@@ -179,25 +179,25 @@ TEST_F(RootFilterTest, HidesWhatNoEntryNames) {
     }
 }
 
-TEST_F(RootFilterTest, ShowsASiblingThatBeginsLikeAnEntry) {
+TEST_F(PolicyRootFilterTest, ShowsASiblingThatBeginsLikeAnEntry) {
     applyFilter("/var/log");
     EXPECT_FALSE(hides("/./var/logs/secret"));
     EXPECT_FALSE(hides("/./va"));
 }
 
-TEST_F(RootFilterTest, ShowsWhatAnyEntryNames) {
+TEST_F(PolicyRootFilterTest, ShowsWhatAnyEntryNames) {
     applyFilter("/var/log|/home/user");
     EXPECT_FALSE(hides("/./home/user/file"));
     EXPECT_FALSE(hides("/./var/log/file"));
     EXPECT_TRUE(hides("/./home/other"));
 }
 
-TEST_F(RootFilterTest, HidesEveryPathWithAnEmptyFilter) {
+TEST_F(PolicyRootFilterTest, HidesEveryPathWithAnEmptyFilter) {
     applyFilter("");
     for (const char* path : {"", "/.", "/./var/log"}) EXPECT_TRUE(hides(path)) << path;
 }
 
-TEST_F(RootFilterTest, HidesNothingWhileTheRootMapIsOff) {
+TEST_F(PolicyRootFilterTest, HidesNothingWhileTheRootMapIsOff) {
     applyFilter("");
     for (const int off : {0, 2, -1}) {
         m_policy.setLinuxRootDirEnable(off);
@@ -209,7 +209,7 @@ TEST_F(RootFilterTest, HidesNothingWhileTheRootMapIsOff) {
     EXPECT_FALSE(hides("/./etc"));
 }
 
-TEST_F(RootFilterTest, HidesNothingWithoutAPath) {
+TEST_F(PolicyRootFilterTest, HidesNothingWithoutAPath) {
     applyFilter("");
     EXPECT_FALSE(m_policy.isLinuxRootPathFilter(nullptr));
 }
