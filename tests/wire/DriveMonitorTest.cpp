@@ -1,6 +1,5 @@
 // The drive monitor seen from the server, with real mounts in a private namespace.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdint>
