@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "support/LogCapture.h"
+
 using namespace std::string_literals;
 
 namespace {
@@ -122,12 +124,14 @@ TEST(GetFolderNameByPathTest, RefusesBadArguments) {
 }
 
 TEST(GetFolderNameByPathTest, ClearsThePathWhereItsNameIsNotShorterThanTheSize) {
+    const LogCapture log;
     char path[8] = "/abcdef";
     EXPECT_EQ(getFolderNameByPath(path, 6, 5), -1);
     EXPECT_EQ(std::string(path, 8), "\0\0\0\0\0\0f\0"s);
     const Cut fits = cutToFolderName("/abcdef", 7, 5);
     EXPECT_EQ(fits.result, 6);
     EXPECT_EQ(fits.path, "abcdef");
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(GetFolderNameByPathTest, RefusesANameAbove1023Bytes) {

@@ -75,7 +75,8 @@ TEST(ModeNormalizeTest, GivesPermissionsWithoutATypeTheTypeOfTheDosHalf) {
 }
 
 TEST(ModeNormalizeTest, KeepsTwoFilledHalvesThatDisagree) {
-    EXPECT_EQ(normalized(0x001181FF), 0x001181FFU);  // a directory, read-only; a writable file
+    EXPECT_EQ(normalized(0x00208124), 0x00208124U);  // writable in DOS, read-only in Unix
+    EXPECT_EQ(normalized(0x001181FF), 0x001181FFU);  // a read-only directory; a writable file
 }
 
 TEST(ModeNormalizeTest, AddsTheDirectoryBitToAWordWithBothHalves) {
