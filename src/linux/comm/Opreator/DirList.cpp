@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -22,10 +23,18 @@
 
 namespace {
 
-// An entry: the information, a short name that is always empty, two sizes and the name.
-constexpr int kEntryNameSizeAt = 122;    // with the terminator
-constexpr int kEntryNameLengthAt = 124;  // without it
-constexpr int kEntryNameAt = 126;
+// What stands before the name of an entry.
+#pragma pack(push, 1)
+struct DirEntryHead {
+    SHFLFSOBJINFO Info;
+    std::uint8_t shortName[30];  // zero: a short name does not exist here
+    std::uint16_t u16Size;       // bytes of the name with its terminator
+    std::uint16_t u16Length;     // and without it
+};
+#pragma pack(pop)
+static_assert(sizeof(DirEntryHead) == 126 && offsetof(DirEntryHead, u16Size) == 122);
+
+constexpr int kEntryNameAt = sizeof(DirEntryHead);
 constexpr int kEntryNameRoom = 512;  // 255 units and the terminator
 static_assert(kEntryNameAt + kEntryNameRoom == kMaxEntrySize);
 
@@ -53,13 +62,13 @@ int putDirEntry(char* to, const RTFSOBJINFO& info, const WideName& name) {
         return 0;
     }
 
-    char head[kEntryNameAt] = {};
     SHFLFSOBJINFO wireInfo;
     fileInfoFromRtfs(&wireInfo, &info);
-    std::memcpy(head, &wireInfo, sizeof wireInfo);
-    storeLe(head + kEntryNameSizeAt, static_cast<std::uint16_t>(sizeWithTerminator));
-    storeLe(head + kEntryNameLengthAt, static_cast<std::uint16_t>(name.size));
-    if (const int err = memcpy_s(to, kEntryNameAt, head, sizeof head); err != 0) {
+    const DirEntryHead head{wireInfo,
+                            {},
+                            static_cast<std::uint16_t>(sizeWithTerminator),
+                            static_cast<std::uint16_t>(name.size)};
+    if (const int err = memcpy_s(to, sizeof head, &head, sizeof head); err != 0) {
         FD_LOG_ERROR("memcpy_s failed, err = %d", err);
         return 0;
     }

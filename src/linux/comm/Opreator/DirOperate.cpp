@@ -108,7 +108,7 @@ int zrfsOpenDir(const char* path, _SHFLCREATEPARMS* parms, HandleManage* handles
         return VERR_GENERAL_FAILURE;
     }
     if (handles->InsertHandle(fd, record.get())) {
-        record.release();  // the table owns it from here
+        static_cast<void>(record.release());  // the table owns it from here
     } else {
         FD_LOG_ERROR("insertHandle error. dirhandle :%d", fd);
     }
