@@ -13,7 +13,6 @@ namespace {
 
 using namespace std::string_literals;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 const std::string kHandshake = "\x0F\0\0\0\xEF\xCD\0\0\x3D\0\0\0\x03\0\0\0wgq"s;
 

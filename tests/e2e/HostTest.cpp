@@ -14,7 +14,6 @@ namespace {
 
 using namespace peer::windows;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 class HostTest : public ToolsFixture {
 protected:

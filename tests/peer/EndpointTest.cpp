@@ -12,8 +12,6 @@
 
 namespace {
 
-using ::testing::HasSubstr;
-
 std::string connectFailure(const std::string& endpoint) {
     try {
         peer::connectTo(endpoint);

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -68,12 +70,16 @@ std::vector<Share> sharesOf(const Options& options) {
     return shares;
 }
 
+bool failed(iconv_t converter) {
+    return reinterpret_cast<std::intptr_t>(converter) == -1;
+}
+
 // What the C library loads from files that are out of reach once the process is confined. The
 // converters are kept open: they are unloaded with their last user.
 void loadWhatIsNeeded() {
     const iconv_t fromWide = ::iconv_open("UTF-8", "UTF-16LE");
     const iconv_t toWide = ::iconv_open("UTF-16LE", "UTF-8");
-    if (fromWide == reinterpret_cast<iconv_t>(-1) || toWide == reinterpret_cast<iconv_t>(-1)) {
+    if (failed(fromWide) || failed(toWide)) {
         throw std::runtime_error("this system cannot convert between UTF-8 and UTF-16LE");
     }
     ::getpwuid(::geteuid());
@@ -82,6 +88,7 @@ void loadWhatIsNeeded() {
 
 std::vector<std::string> foldersOf(const std::vector<Share>& shares) {
     std::vector<std::string> folders;
+    folders.reserve(shares.size());
     for (const Share& share : shares) folders.push_back(share.folder);
     return folders;
 }

@@ -68,7 +68,9 @@ Connection connectUnix(const std::string& name, const std::string& path) {
         if (errno != EINTR) fail(name, "cannot connect", errno);
     }
     enlargeBuffers(fd.get());
-    return {nullptr, std::make_unique<Channel>(std::move(fd), name)};
+    Connection connection;
+    connection.channel = std::make_unique<Channel>(std::move(fd), name);
+    return connection;
 }
 
 Connection startCommand(const std::string& name, const std::string& command) {
@@ -89,7 +91,10 @@ Connection startCommand(const std::string& name, const std::string& command) {
         ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
         ::_exit(127);
     }
-    return {std::make_unique<Child>(pid), std::make_unique<Channel>(std::move(ours), name)};
+    Connection connection;
+    connection.child = std::make_unique<Child>(pid);
+    connection.channel = std::make_unique<Channel>(std::move(ours), name);
+    return connection;
 }
 
 }  // namespace

@@ -128,7 +128,7 @@ std::string escaped(std::string_view text) {
 }
 
 std::string quoted(std::string_view text) {
-    const std::string shown = escaped(text);
+    std::string shown = escaped(text);
     const bool plain = !text.empty() && shown == text &&
                        text.find_first_of(" '\"`$&*?()[]{}<>|;~#!") == std::string_view::npos;
     if (plain) return shown;

@@ -163,9 +163,9 @@ std::string resultText(std::uint16_t asked, View message) {
     from.bytes(kHeaderSize, "header");
     const auto status = from.number<std::int32_t>("status");
     const auto count = from.number<std::uint32_t>("count");
-    const std::string head = "status " + std::to_string(status) +
-                             (status == 0 ? "" : " " + describeStatus(status)) + ", count " +
-                             std::to_string(count);
+    std::string head = "status " + std::to_string(status) +
+                       (status == 0 ? "" : " " + describeStatus(status)) + ", count " +
+                       std::to_string(count);
     if (asked == kList && (status == 0 || status == kNoMoreFiles)) {
         return head + ", " + listingText(message);
     }
