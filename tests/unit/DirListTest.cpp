@@ -401,7 +401,7 @@ TEST_F(DirListTest, HidesTheFolderNet) {
 
 TEST_F(DirListTest, ShowsAFileThatSharesTheNumberOfNet) {
     inMountNamespace([&](const std::string& folder) {
-        std::ofstream(folder + "/net");
+        const std::ofstream net(folder + "/net");
         const PrivateRoot root(folder);
         EXPECT_FALSE(inFilterListB("/net"));
     });
