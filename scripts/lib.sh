@@ -104,18 +104,29 @@ need_cmake() {
         fail "CMake 3.25 or later is needed; this system has $version."
 }
 
-# Configures and builds a preset; what comes behind its name goes to the configure step. The output is
-# shown when something goes wrong.
-build() {
-    local preset=$1 log=build/$1.log launcher=()
+# Runs a step of a preset with its output in a file, which is shown when something goes wrong.
+logged() {
+    local preset=$1 log=build/$1.log
     shift
     mkdir -p build
-    if command -v ccache > /dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
-    { cmake --preset "$preset" "${launcher[@]}" "$@" && cmake --build --preset "$preset"; } \
-        > "$log" 2>&1 || {
+    "$@" >> "$log" 2>&1 || {
         tail -n 60 "$log" >&2
         fail "The build of preset $preset failed; the whole output is in $log."
     }
+}
+
+# What comes behind the preset's name goes to the configure step.
+configure() {
+    local preset=$1 launcher=()
+    shift
+    rm -f "build/$preset.log"
+    if command -v ccache > /dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
+    logged "$preset" cmake --preset "$preset" "${launcher[@]}" "$@"
+}
+
+build() {
+    configure "$@"
+    logged "$1" cmake --build --preset "$1"
 }
 
 # Runs the tests of a preset. With ZFD_SKIPS=forbid a test that was skipped counts as failed.
