@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <deque>
+#include <new>
 #include <utility>
 
 #include "ZBoundsChecked.h"
@@ -37,7 +38,8 @@ bool stopInTime(ZThread& thread) {
 // memory is shared with the threads that use it, so a thread that did not stop in time may go on
 // after Stop, Release and the destructor.
 struct ZFdClientMgr::Wiring {
-    void switchToLinuxDesktop(const ChannelWriteFn& write, FdClientPolicy* policy);
+    void switchToLinuxDesktop(const ChannelWriteFn& write,
+                              const std::shared_ptr<FdClientPolicy>& policy);
 
     std::shared_ptr<MapManager> m_mapManager;
     std::shared_ptr<ControlThread> m_controlThread;
@@ -59,7 +61,7 @@ struct ZFdClientMgr::Wiring {
 };
 
 void ZFdClientMgr::Wiring::switchToLinuxDesktop(const ChannelWriteFn& write,
-                                                FdClientPolicy* policy) {
+                                                const std::shared_ptr<FdClientPolicy>& policy) {
     m_isLinuxDesktop = true;
     if (m_linuxClient.load() != nullptr) return;
 
@@ -69,8 +71,9 @@ void ZFdClientMgr::Wiring::switchToLinuxDesktop(const ChannelWriteFn& write,
     if (!m_linuxClient.compare_exchange_strong(none, published.get())) return;
     const LinuxClientRef* mine = published.release();  // Stop's, from here on
 
-    client->SetChannelWrite(write);
-    client->SetClientPolicy(policy);
+    // A worker that StopWork gave up on still has its callable, and with it the policy it reads.
+    client->SetChannelWrite([write, policy](char* data, int size) { return write(data, size); });
+    client->SetClientPolicy(policy.get());
     client->StartWork();
     if (m_linuxClient.load() != mine) client->StopWork();  // Stop was faster than the start
 }
@@ -107,7 +110,7 @@ bool ZFdClientMgr::Start() {
     wiring.m_mapManager->setOnLinuxDesktop(
         [weakWiring = std::weak_ptr(m_wiring), write = wiring.m_channelWrite, policy] {
             if (const auto alive = weakWiring.lock()) {
-                alive->switchToLinuxDesktop(write, policy.get());
+                alive->switchToLinuxDesktop(write, policy);
             }
         });
 
@@ -154,9 +157,10 @@ bool ZFdClientMgr::PutMsg(char* data, int dataSize) {
         return false;
     }
 
+    if (dataSize < 0) throw std::bad_array_new_length();  // as an allocation of that size would
     const auto size = static_cast<std::size_t>(dataSize);
     FdOperateMsgPtr msg(new FdOperateMsg{});
-    msg->data = new char[size];  // Kept: throws for a negative size
+    msg->data = new char[size];
     if (const int err = memcpy_s(msg->data, size, data, size); err != 0) {
         FD_LOG_ERROR("memcpy_s failed, err = %d", err);
         return false;
