@@ -247,12 +247,20 @@ void check(bool done, const char* what) {
     if (!done) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
 }
 
+// An open conversion keeps in memory what the system's library loads for it from its own folders.
+class LoadedConversion {
+public:
+    LoadedConversion(const char* to, const char* from) : m_conversion(iconv_open(to, from)) {}
+    ~LoadedConversion() { iconv_close(m_conversion); }
+    LoadedConversion(const LoadedConversion&) = delete;
+    LoadedConversion& operator=(const LoadedConversion&) = delete;
+
+private:
+    iconv_t m_conversion;
+};
+
 // From here on the process sees the drive and, unchangeable, the mount table.
 void enterRootOf(const std::string& folder) {
-    // What the conversions of names need of the system is loaded while it can be seen.
-    iconv_open("UTF-16LE", "UTF-8");
-    iconv_open("UTF-8", "UTF-16LE");
-
     mountTmpfs(folder + kDrive);
     const std::string proc = folder + "/proc";
     check(mkdir(proc.c_str(), 0755) == 0, "mkdir");
@@ -275,6 +283,8 @@ void putAll(ZFdClientMgr& client, Judge& judge) {
 }
 
 void throwRandomMessagesAtADrive(const std::string& folder) {
+    const LoadedConversion toServer("UTF-16LE", "UTF-8");
+    const LoadedConversion fromServer("UTF-8", "UTF-16LE");
     enterRootOf(folder);
     ASSERT_EQ(mkdir("/media/drive/folder", 0755), 0);
     ZLogger::GetInstance()->SetSink([](const ZLogRecord&) {});
