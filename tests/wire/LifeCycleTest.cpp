@@ -28,6 +28,8 @@ constexpr int kMapCount = 16;
 
 class LifeCycleTest : public testing::Test {
 protected:
+    ~LifeCycleTest() override { end(); }  // also where an assertion left the test
+
     bool init() { return m_client.Init(m_channel.writer(), m_channel.metric()); }
 
     bool put(std::vector<char> message) {
