@@ -235,8 +235,8 @@ TEST_F(CopyTest, PutIntoAFolderOfSomebodyElseIsRefused) {
     ::chmod(m_folder.str("Data/theirs").c_str(), 0555);
     ::chmod(m_folder.str().c_str(), 0777);
     share({}, kNobody);
-    expectFailure(fdmount({"put", m_here + "/one", "Mac-Data/theirs/one"}),
-                  "Mac-Data/theirs/one: permission denied (VERR_ACCESS_DENIED)");
+    expectFailure(fdmount({"put", m_here + "/one", m_drive + "/theirs/one"}),
+                  m_drive + "/theirs/one: permission denied (VERR_ACCESS_DENIED)");
     EXPECT_THAT(namesIn(m_share + "/theirs"), IsEmpty());
 }
 

@@ -32,12 +32,13 @@ public:
     // Waits for the end, a minute at most.
     Outcome finish();
 
-    // What it has written to standard error up to now holds `text`. Waits for it, a minute at most.
+    // Waits until error() holds `text`, a minute at most.
     bool waitForError(const std::string& text);
 
-private:
+    // What it has written to standard error up to now.
     std::string error() const;
 
+private:
     pid_t m_pid = -1;
     bool m_ended = false;
     int m_status = 0;

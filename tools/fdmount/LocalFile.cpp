@@ -1,9 +1,12 @@
 #include "fdmount/LocalFile.h"
 
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
@@ -40,6 +43,8 @@ Target::Target(const std::string& name, const std::string& fileName, std::uint32
         m_name = "standard output";
         m_file.reset(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
         if (!m_file) fail(errno);
+        struct stat stream {};
+        if (::fstat(m_file.get(), &stream) == 0 && !S_ISREG(stream.st_mode)) m_chunk = PIPE_BUF;
         return;
     }
     struct stat info {};
@@ -64,13 +69,13 @@ Target::~Target() {
 
 void Target::write(peer::View bytes) {
     while (!bytes.empty()) {
-        const ssize_t written = ::write(m_file.get(), bytes.data(), bytes.size());
+        waitUnlessStopped(m_file.get(), POLLOUT);
+        const ssize_t written =
+            ::write(m_file.get(), bytes.data(), std::min(bytes.size(), m_chunk));
         if (written >= 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(written));
         } else if (errno != EINTR) {
             fail(errno);
-        } else if (stopSignal() != 0) {
-            throw peer::windows::Cancelled();
         }
     }
 }
@@ -110,14 +115,13 @@ peer::Bytes Source::read(std::size_t count) {
     peer::Bytes bytes(count);
     std::size_t have = 0;
     while (have < count) {
+        waitUnlessStopped(m_file.get(), POLLIN);
         const ssize_t got = ::read(m_file.get(), bytes.data() + have, count - have);
         if (got == 0) break;
         if (got > 0) {
             have += static_cast<std::size_t>(got);
         } else if (errno != EINTR) {
             throw CommandError(m_name + ": " + textOf(errno));
-        } else if (stopSignal() != 0) {
-            throw peer::windows::Cancelled();
         }
     }
     bytes.resize(have);

@@ -29,6 +29,7 @@ private:
     std::string m_name;
     std::string m_temporary;  // empty for standard output and behind finish()
     peer::FileDescriptor m_file;
+    std::size_t m_chunk = std::size_t{1} << 20;  // of one write: what a pipe takes without a wait
 };
 
 // What is copied to a drive: a regular file, or standard input.

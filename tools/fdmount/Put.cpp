@@ -8,6 +8,7 @@
 #include "fdmount/Commands.h"
 #include "fdmount/LocalFile.h"
 #include "fdmount/Progress.h"
+#include "fdmount/Signals.h"
 #include "peer/windows/Status.h"
 
 namespace fdmount {
@@ -45,7 +46,8 @@ public:
     ~NewFile() {
         if (!m_exists) return;
         try {
-            m_session.resume();  // also behind an interrupt
+            onStopSignal({});  // one that comes now, or came just before, must not stop this
+            m_session.resume();
             closeIt();
             m_session.remove(m_map, m_path, kRemoveFile);
         } catch (const std::exception& error) {

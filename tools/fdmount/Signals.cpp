@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "peer/WakePipe.h"
+#include "peer/windows/Session.h"
 
 namespace fdmount {
 
@@ -50,6 +51,14 @@ void onStopSignal(std::function<void()> action) {
     const std::lock_guard lock(g_mutex);
     g_action = std::move(action);
     if (g_signal != 0 && g_action) g_action();
+}
+
+void waitUnlessStopped(int fd, short events) {
+    const peer::WakePipe* pipe = g_pipe;
+    pollfd both[2] = {{fd, events, 0}, {pipe != nullptr ? pipe->readEnd() : -1, POLLIN, 0}};
+    while (::poll(both, 2, -1) < 0 && errno == EINTR) {
+    }
+    if (both[1].revents != 0) throw peer::windows::Cancelled();
 }
 
 int stopSignal() {

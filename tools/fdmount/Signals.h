@@ -16,4 +16,8 @@ void onStopSignal(std::function<void()> action);
 // The signal that came, or 0.
 int stopSignal();
 
+// Waits until `fd` can be read or written, as poll's `events` say. Throws Cancelled once a signal
+// has come, also if that was before: a read that is begun then would not end by it.
+void waitUnlessStopped(int fd, short events);
+
 }  // namespace fdmount
