@@ -39,10 +39,7 @@ public:
         : m_session(session),
           m_map(target.map),
           m_path(temporaryName(target.path)),
-          m_handle(session
-                       .open(m_map, m_path, kFailIfExists | kCreateIfNew | kAccessReadWrite,
-                             kModeRegular | permissions)
-                       .handle) {}
+          m_handle(create(permissions)) {}
     ~NewFile() {
         if (!m_exists) return;
         try {
@@ -66,6 +63,27 @@ public:
     }
 
 private:
+    // A signal that overtakes the answer does not keep the file from being made: it is waited for,
+    // so that it can be removed.
+    std::uint64_t create(std::uint32_t permissions) {
+        const Session::Ticket asked = m_session.submit(
+            createRequest(m_map, wirePath(m_path), kFailIfExists | kCreateIfNew | kAccessReadWrite,
+                          kModeRegular | permissions));
+        peer::Bytes result;
+        try {
+            result = m_session.wait(asked);
+        } catch (const Cancelled&) {
+            onStopSignal({});
+            m_session.resume();
+            result = m_session.wait(asked);
+        }
+        const Created created = parseCreated(result);
+        if (const std::int32_t status = created.outcome(); status != kSuccess) {
+            throw StatusError(status);
+        }
+        return created.handle;
+    }
+
     void closeIt() {
         if (m_open) m_session.close(m_map, m_handle);
         m_open = false;
@@ -138,6 +156,7 @@ void keepPermissions(Session& session, const RemotePath& target, const NewFile& 
 void copyTo(Session& session, const RemotePath& target, Source& source, Progress& progress,
             const std::optional<ObjectInfo>& replaced) {
     NewFile file(session, target, source.permissions());
+    if (stopSignal() != 0) throw Cancelled();
     copyIn(session, target.map, file.handle(), source, progress);
     if (replaced) keepPermissions(session, target, file, *replaced);
     session.flush(target.map, file.handle());
