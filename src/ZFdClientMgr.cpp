@@ -27,11 +27,6 @@ constexpr int kHandshakeSize = kHeaderSize + static_cast<int>(sizeof(kHandshakeT
 
 using LinuxClientRef = std::shared_ptr<FdLinuxDesktopClient>;
 
-// False if the thread did not stop in time. If it did, it has left its body altogether when this
-// returns, so that what it used goes with its owner and not behind the owner's back.
-bool stopInTime(ZThread& thread) {
-    return thread.stopAndWait(kStopSteps) && thread.wait();
-}
 }  // namespace
 
 // No lock and no state word: which phase this is follows from the pointers that are set. All
@@ -178,11 +173,13 @@ bool ZFdClientMgr::PutMsg(char* data, int dataSize) {
 bool ZFdClientMgr::Stop() {
     Wiring& wiring = *m_wiring;
     if (wiring.m_controlThread != nullptr) {
-        if (!stopInTime(*wiring.m_controlThread)) FD_LOG_ERROR("ControlThread stop error");
+        if (!wiring.m_controlThread->stopAndWait(kStopSteps))
+            FD_LOG_ERROR("ControlThread stop error");
         wiring.m_controlThread.reset();
     }
     if (wiring.m_msgProcThread != nullptr) {
-        if (!stopInTime(*wiring.m_msgProcThread)) FD_LOG_ERROR("FdMsgProcThread stop error");
+        if (!wiring.m_msgProcThread->stopAndWait(kStopSteps))
+            FD_LOG_ERROR("FdMsgProcThread stop error");
         wiring.m_msgProcThread.reset();
     }
     wiring.m_mapManager.reset();

@@ -49,6 +49,20 @@ TEST_F(FSreadTest, ReadsWhatWasAskedFor) {
     EXPECT_TRUE(m_log.lines().empty());
 }
 
+TEST_F(FSreadTest, BehindTheDataGoesNothingOfAnEarlierMessage) {
+    const std::int64_t handle = fileOf(600);
+    const Request request = readRequest(handle, 0, 600);
+    std::fill(m_buffer.begin(), m_buffer.end(), 'x');  // what a large reply left
+    std::ranges::copy(request, m_buffer.begin());
+    char* buffer = m_buffer.data();
+    int resultSize = 0;
+
+    ZrsfRead(buffer, static_cast<int>(request.size()), &resultSize, &m_map);
+
+    ASSERT_EQ(resultSize, 611);
+    EXPECT_EQ(std::string(buffer + kDataAt, 603), pattern(600) + std::string(3, '\0'));
+}
+
 TEST_F(FSreadTest, ASmallReadIsMadeOneOf512) {
     const std::int64_t handle = fileOf(1000);
 

@@ -4,17 +4,30 @@
 
 #include <algorithm>
 #include <cassert>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <new>
+#include <thread>
 
 #include "ZBoundsChecked.h"
 #include "common/Comm/FdLog.h"
+#include "common/Comm/WireNumbers.h"
 #include "common/Map/FdCommand.h"
 #include "common/Map/MapManager.h"
 #include "common/Thread/FdOperateMsgdeque.h"
+#include "linux/comm/Funcdef.h"
 
 namespace {
 constexpr int kStopSteps = 100;
+constexpr std::chrono::microseconds kLinger{20};
+
+// A read that is all there looks at nothing behind itself and sees to every byte that it sends, so
+// a file that is read in large pieces pays for no clearing between them.
+bool isWholeRead(const FdOperateMsg& msg) {
+    return msg.dataSize >= kReadRequestSize &&
+           loadLe<std::uint16_t>(msg.data + kTypeAt) == FD_CMD_READ;
+}
 
 [[maybe_unused]] bool isZero(const char* bytes, int count) {
     if (count == 0) return true;
@@ -56,10 +69,20 @@ void FdMsgProcThread::run() {
         if (msg == nullptr || msg->data == nullptr || msg->dataSize < 1) continue;
         // Kept: the exit flag stays 0, so whoever stops this thread waits in vain and says so.
         if (!handleMessage(*msg)) return;
+        lingerForMessage();
     }
 
     m_buffer.reset();
     m_exit_flag = 1;
+}
+
+// A server that waits for this reply sends its next request at once: going to sleep in between
+// would cost both sides more than a moment of patience.
+void FdMsgProcThread::lingerForMessage() {
+    const auto end = std::chrono::steady_clock::now() + kLinger;
+    while (m_fd_operate_msg_queue->isEmpty() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+    }
 }
 
 bool FdMsgProcThread::handleMessage(const FdOperateMsg& msg) {
@@ -68,11 +91,14 @@ bool FdMsgProcThread::handleMessage(const FdOperateMsg& msg) {
         FD_LOG_ERROR("memcpy_s failed, err = %d", err);
         return false;
     }
-    clearBehind(msg.dataSize);
-    assert(isZero(m_buffer.get() + msg.dataSize, MAX_CMD_BUFFER - msg.dataSize));
+    const int staysDirty = isWholeRead(msg) ? m_dirtyBytes : 0;
+    if (staysDirty == 0) {
+        clearBehind(msg.dataSize);
+        assert(isZero(m_buffer.get() + msg.dataSize, MAX_CMD_BUFFER - msg.dataSize));
+    }
 
     m_mapmanager->HandleCmd(m_buffer.get(), msg.dataSize);
-    m_dirtyBytes = m_mapmanager->dirtyBytes();
+    m_dirtyBytes = std::max(m_mapmanager->dirtyBytes(), staysDirty);
     return true;
 }
 

@@ -31,6 +31,7 @@ private:
     // False for a message that the work buffer cannot hold.
     bool handleMessage(const FdOperateMsg& msg);
     void clearBehind(int size);
+    void lingerForMessage();
 
     MapManager* m_mapmanager;                   // not owned
     FdOperateMsgdeque* m_fd_operate_msg_queue;  // not owned

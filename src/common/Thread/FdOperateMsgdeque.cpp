@@ -20,6 +20,7 @@ FdOperateMsgdeque::~FdOperateMsgdeque() {
 void FdOperateMsgdeque::push_back_recv_msg(FdOperateMsg* msg) {
     const ZMutexLocker lock(m_mutex);
     m_recvDeque.push_back(msg);
+    ++m_count;
     m_wakeFlag = 1;
     m_cond.wakeOne();
 }
@@ -33,6 +34,7 @@ FdOperateMsg* FdOperateMsgdeque::get_front_recv_msg() {
     if (m_recvDeque.empty()) return nullptr;
     FdOperateMsg* msg = m_recvDeque.front();
     m_recvDeque.pop_front();
+    --m_count;
     return msg;
 }
 
@@ -43,5 +45,6 @@ void FdOperateMsgdeque::free_RecvMsg_Deque() {
     while (!m_recvDeque.empty()) {
         const FdOperateMsgPtr freed(m_recvDeque.front());
         m_recvDeque.pop_front();
+        --m_count;
     }
 }

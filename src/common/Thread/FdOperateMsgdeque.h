@@ -1,6 +1,7 @@
 // The inbound queue of the Windows dialect: the host's thread pushes, the processing thread pops.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -33,9 +34,13 @@ public:
     FdOperateMsg* get_front_recv_msg();
     void free_RecvMsg_Deque();
 
+    // A look without the lock.
+    bool isEmpty() const { return m_count.load(std::memory_order_relaxed) == 0; }
+
 private:
     ZWaitCondition m_cond;
     ZMutex m_mutex{false};
+    std::atomic<int> m_count{0};  // of m_recvDeque, changed under its lock
     std::deque<FdOperateMsg*> m_recvDeque Z_GUARDED_BY(m_mutex);
     std::uint8_t m_wakeFlag Z_GUARDED_BY(m_mutex) = 0;  // a wake-up that came while nobody waited
 };

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "common/Comm/FdLog.h"
 #include "common/Comm/HandleManage.h"
@@ -17,6 +18,9 @@ namespace {
 
 constexpr int kOffsetAt = 20;
 constexpr int kLengthAt = 28;
+
+static_assert(kReadRequestSize == kLengthAt + 4);
+constexpr int kReplyTail = kHeaderSize + kDataReplyExtra - kReplyDataAt;  // bytes behind the data
 
 constexpr std::uint32_t kMinReadCount = 512;
 constexpr std::uint32_t kMaxReadCount = MAX_CMD_BUFFER - kHeaderSize - kDataReplyExtra;
@@ -65,9 +69,17 @@ int readFile(const _ZRSFHANDLE& handle, const ReadRequest& request, std::uint32_
     return VINF_SUCCESS;
 }
 
+// The reply's last bytes lie behind the data: the request's, if it reaches that far, and zeros.
+void clearTail(char* buffer, int size, int replyEnd) {
+    if (size < replyEnd) {
+        const int from = std::max(size, replyEnd - kReplyTail);
+        std::memset(buffer + from, 0, static_cast<std::size_t>(replyEnd - from));
+    }
+}
+
 }  // namespace
 
-void ZrsfRead(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
+void ZrsfRead(char*& buffer, int size, int* resultSize, MapFolder* map) {
     const ReadRequest request = {loadLe<unsigned long long>(buffer + kHandleAt),
                                  loadLe<unsigned long long>(buffer + kOffsetAt),
                                  loadLe<std::uint32_t>(buffer + kLengthAt)};
@@ -87,4 +99,5 @@ void ZrsfRead(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
 
     putStatus(buffer, rc, resultSize, static_cast<int>(haveRead) + kDataReplyExtra);
     storeLe<std::uint32_t>(buffer + kCbBufferAt, haveRead);
+    clearTail(buffer, size, kHeaderSize + *resultSize);
 }

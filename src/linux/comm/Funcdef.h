@@ -26,6 +26,10 @@ constexpr int kStatusOnlySize = 12;
 // The reply of a handler whose size is counted as its data and 11 bytes.
 constexpr int kDataReplyExtra = 11;
 
+// A read request that is all there. Its handler looks at nothing behind it, and every byte of its
+// reply is the request's, the file's or zero, whatever the buffer held.
+constexpr int kReadRequestSize = 32;
+
 // Offset of the handle in every request that begins with one.
 constexpr int kHandleAt = 12;
 
