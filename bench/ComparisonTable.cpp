@@ -29,8 +29,9 @@ void ComparisonTable::ReportRuns(const std::vector<Run>& runs) {
         const auto rate = run.counters.find("ops");
         if (slash == std::string::npos || rate == run.counters.end()) continue;
         const std::string work = name.substr(0, slash);
-        if (!m_work.contains(work)) m_order.push_back(work);
-        m_work[work][name.substr(slash + 1)] = rate->second;
+        const auto place = m_places.try_emplace(work, run.family_index).first->second;
+        m_work[place].name = work;
+        m_work[place].rates[name.substr(slash + 1)] = rate->second;
     }
 }
 
@@ -38,12 +39,12 @@ void ComparisonTable::Finalize() {
     ConsoleReporter::Finalize();
     std::puts("\n| work | plug-in, a second | plug-in : sftp-server | plug-in : bare calls |");
     std::puts("|---|---|---|---|");
-    for (const std::string& work : m_order) {
-        const Rates& rates = m_work[work];
+    for (const auto& [place, work] : m_work) {
+        const Rates& rates = work.rates;
         const double plugin = rateOf(rates, "plugin");
         const double sftp = rateOf(rates, "sftp");
         const double bare = rateOf(rates, "bare");
-        std::printf("| %s | %s | %s | %s |\n", work.c_str(), cell("%.0f", plugin).c_str(),
+        std::printf("| %s | %s | %s | %s |\n", work.name.c_str(), cell("%.0f", plugin).c_str(),
                     cell("%.2f", sftp > 0 ? plugin / sftp : 0).c_str(),
                     cell("%.2f", bare > 0 ? plugin / bare : 0).c_str());
     }

@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -19,6 +20,11 @@ public:
 private:
     using Rates = std::map<std::string, double>;  // operations a second, by contestant
 
-    std::vector<std::string> m_order;
-    std::map<std::string, Rates> m_work;
+    struct Work {
+        std::string name;
+        Rates rates;
+    };
+
+    std::map<std::int64_t, Work> m_work;           // in the order of registration
+    std::map<std::string, std::int64_t> m_places;  // where a work stands in it
 };

@@ -26,11 +26,12 @@ as_root() {
     fi
 }
 
-# The packages of one purpose: build, test, check.
+# The packages of one purpose: build, test, bench, check.
 debian_packages() {
     case $1 in
         build) echo g++ cmake ninja-build libcli11-dev ;;
         test) echo libgtest-dev libgmock-dev pkgconf procps openssh-sftp-server ;;
+        bench) echo libbenchmark-dev libgtest-dev libgmock-dev openssh-sftp-server ;;
         check) echo clang libclang-rt-dev clang-format-14 clang-tidy-14 libbenchmark-dev ccache ;;
     esac
 }
@@ -38,6 +39,7 @@ brew_packages() {
     case $1 in
         build) echo cmake ninja cli11 ;;
         test) echo googletest pkgconf ;;
+        bench) echo google-benchmark googletest ;;
         check) echo llvm@14 google-benchmark ccache node ;;
     esac
 }
