@@ -18,16 +18,6 @@ function(zfd_ship_library target exports)
         set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.exports)
         file(CONFIGURE OUTPUT ${script} CONTENT "${lines}\n" @ONLY)
         set(option LINKER:-exported_symbols_list,${script})
-
-        # Some linkers for this system, that of the cross build among them, know no such list. There
-        # the visibility of the sources decides alone.
-        include(CheckLinkerFlag)
-        set(none ${CMAKE_BINARY_DIR}/none.exports)
-        file(WRITE ${none} "_main\n")
-        check_linker_flag(CXX LINKER:-exported_symbols_list,${none} ZFD_LINKER_TAKES_EXPORTS)
-        if(NOT ZFD_LINKER_TAKES_EXPORTS)
-            unset(option)
-        endif()
     else()
         list(JOIN symbols ";\n    " lines)
         set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.version)

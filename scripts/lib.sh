@@ -32,7 +32,7 @@ debian_packages() {
         build) echo g++ cmake ninja-build libcli11-dev ;;
         test) echo libgtest-dev libgmock-dev pkgconf procps openssh-sftp-server ;;
         bench) echo libbenchmark-dev libgtest-dev libgmock-dev openssh-sftp-server ;;
-        check) echo clang libclang-rt-dev clang-format-14 clang-tidy-14 libbenchmark-dev ccache ;;
+        check) echo clang lld llvm libclang-rt-dev clang-format-14 clang-tidy-14 libbenchmark-dev ccache ;;
     esac
 }
 brew_packages() {
