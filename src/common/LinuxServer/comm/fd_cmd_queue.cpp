@@ -15,7 +15,7 @@ bool FdCmdQueue::put_node(fd_cmd_item* item) {
 
 bool FdCmdQueue::get_node(fd_cmd_item** item, int msecond) {
     const ZMutexLocker lock(m_mutex);
-    if (m_list.empty()) {
+    if (m_list.empty() && !m_waitsEnded) {
         if (msecond != 0) {
             m_wait.wait(m_mutex, msecond);
         } else {
@@ -42,11 +42,15 @@ int FdCmdQueue::get_queue_size() {
 
 void FdCmdQueue::wake_all() {
     FD_LOG_INFO("wake up all waiter ...");
-    wakeAgain();
+    {
+        const ZMutexLocker lock(m_mutex);
+        m_wait.wakeAll();
+    }
     FD_LOG_INFO("wake up all waiter ok ");
 }
 
-void FdCmdQueue::wakeAgain() {
+void FdCmdQueue::endWaits() {
     const ZMutexLocker lock(m_mutex);
+    m_waitsEnded = true;
     m_wait.wakeAll();
 }

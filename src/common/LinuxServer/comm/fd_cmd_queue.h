@@ -24,11 +24,12 @@ public:
     virtual int get_queue_size();
     virtual void wake_all();
 
-    // As wake_all, for a stop that repeats itself: no log.
-    void wakeAgain();
+    // From now on get_node never waits, so a reader that is just about to cannot miss its stop.
+    void endWaits();
 
 private:
     std::deque<fd_cmd_item*> m_list Z_GUARDED_BY(m_mutex);
+    bool m_waitsEnded Z_GUARDED_BY(m_mutex) = false;
     ZMutex m_mutex{false};
     ZWaitCondition m_wait;
 };

@@ -104,7 +104,7 @@ void FdContext::dismiss() {
         const ZMutexLocker lock(m_all_thread_mutex);
         busy = std::exchange(m_all_thread_list, {});
     }
-    for (const auto& thread : busy) thread->askToStop();
+    for (const auto& thread : busy) thread->endAfterRequest();
     setMapCtrlThread(nullptr);
     setSendThread(nullptr);
 }

@@ -2,7 +2,6 @@
 #include "common/LinuxServer/workthread/FdThread.h"
 
 #include "common/Comm/FdLog.h"
-#include "common/LinuxServer/comm/fd_cmd_queue.h"
 #include "common/LinuxServer/workthread/FdContext.h"
 
 namespace {
@@ -22,15 +21,14 @@ void FdThread::askToStop() {
 bool FdThread::waitStop(int msecond) {
     FD_LOG_INFO("wait stop, msecond: %d  ...", msecond);
     askToStop();
-    const bool exited = pollExit(msecond, nullptr);
+    const bool exited = pollExit(msecond);
     FD_LOG_INFO("wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0, msecond);
     return exited;
 }
 
-bool FdThread::pollExit(int& msecond, FdCmdQueue* queue) {
+bool FdThread::pollExit(int& msecond) {
     while (msecond > 0 && !m_exit_flag) {
         msecond -= kPollStepMs;
-        if (queue != nullptr) queue->wakeAgain();
         const ZMutexLocker lock(m_exitMutex);
         if (!m_exit_flag) m_exited.wait(m_exitMutex, kPollStepMs);
     }
@@ -65,7 +63,8 @@ bool FdThread::freeRes() {
 
 void FdThread::beginRun() {
     m_statu = kStatuStarting;
-    m_run_flag = !m_stopAsked;
+    m_run_flag = true;
+    if (m_stopAsked) m_run_flag = false;  // looked at last: a stop may come at any point of this
     m_exit_flag = false;
     m_statu = kStatuReady;
 }

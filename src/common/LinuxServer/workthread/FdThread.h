@@ -6,7 +6,6 @@
 
 #include "common/Comm/ZThread.h"
 
-class FdCmdQueue;
 class FdContext;
 
 // Values of a worker's status.
@@ -34,17 +33,16 @@ public:
     bool initRes();
     bool freeRes();
 
-    // Has run() end after what it is at, without waiting for it.
-    void askToStop();
-
 protected:
     // What every run() begins and ends with.
     void beginRun();
     void endRun();
 
-    // The polling of waitStop. Wakes the reader of `queue` at every step: a wake-up that came
-    // between its look at the run flag and its wait is lost.
-    bool pollExit(int& msecond, FdCmdQueue* queue);
+    // Clears the run flag, also for a run() that has not begun yet.
+    void askToStop();
+
+    // The polling of waitStop.
+    bool pollExit(int& msecond);
 
     const char* m_thread_name;  // not owned
     std::atomic<bool> m_run_flag{false};

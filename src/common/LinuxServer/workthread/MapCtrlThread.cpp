@@ -46,9 +46,10 @@ void MapCtrlThread::run() {
 bool MapCtrlThread::waitStop(int msecond) {
     FD_LOG_INFO("MapCtrlThread wait stop, msecond: %d  ...", msecond);
     askToStop();
+    m_cmd_queue.endWaits();
     m_cmd_queue.wake_all();
     handleDisconnect();
-    const bool exited = pollExit(msecond, &m_cmd_queue);
+    const bool exited = pollExit(msecond);
     FD_LOG_INFO("MapCtrlThread wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0,
                 msecond);
     return exited;

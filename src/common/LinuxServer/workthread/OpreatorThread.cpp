@@ -119,12 +119,18 @@ void OpreatorThread::passOn(fd_cmd_item* item) {
     }
 }
 
+void OpreatorThread::endAfterRequest() {
+    askToStop();
+    m_cmd_queue.endWaits();
+}
+
 bool OpreatorThread::waitStop(int msecond) {
     // Kept: both texts name another class.
     FD_LOG_INFO("MapCtrlThread wait stop, msecond: %d  ...", msecond);
     askToStop();
+    m_cmd_queue.endWaits();
     m_cmd_queue.wake_all();
-    const bool exited = pollExit(msecond, &m_cmd_queue);
+    const bool exited = pollExit(msecond);
     FD_LOG_INFO("MapCtrlThread wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0,
                 msecond);
     return exited;

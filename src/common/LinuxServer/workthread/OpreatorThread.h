@@ -22,6 +22,9 @@ public:
 
     bool waitStop(int msecond) override;
 
+    // Has run() end after the request that it is at, without waiting for that.
+    void endAfterRequest();
+
 protected:
     void run() override;
 
