@@ -13,6 +13,13 @@ ChannelWriteFn FakeChannel::writer() {
     };
 }
 
+ChannelWriteFn FakeChannel::wholeWriter() {
+    return [write = writer()](char* data, int size) {
+        write(data, size);
+        return size;
+    };
+}
+
 MetricReportFn FakeChannel::metric() {
     return [this](int /*code*/, char* text, unsigned size) {
         const std::lock_guard lock(m_mutex);

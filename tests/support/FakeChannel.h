@@ -17,6 +17,9 @@ public:
 
     ChannelWriteFn writer();
 
+    // As writer(), but says of each message that all of it was written.
+    ChannelWriteFn wholeWriter();
+
     // A metric callable that keeps the texts.
     MetricReportFn metric();
 

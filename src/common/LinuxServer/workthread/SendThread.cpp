@@ -2,6 +2,7 @@
 #include "common/LinuxServer/workthread/SendThread.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "ZBoundsChecked.h"
 #include "common/Comm/FdLog.h"
@@ -67,6 +68,8 @@ void SendThread::run() {
 }
 
 bool SendThread::ensureFrame(std::size_t size) {
+    constexpr std::size_t kLargest = std::numeric_limits<int>::max();  // what a writer can be told
+    if (size > kLargest) return false;
     if (size <= m_frameSize) return true;
     m_frameSize = 0;
     m_frame.reset(static_cast<char*>(std::calloc(size, 1)));
@@ -101,8 +104,9 @@ bool SendThread::waitStop(int msecond) {
     // Kept: both texts name another class.
     FD_LOG_INFO("MapCtrlThread wait stop, msecond: %d  ...", msecond);
     askToStop();
+    m_cmd_queue.endWaits();
     m_cmd_queue.wake_all();
-    const bool exited = pollExit(msecond, &m_cmd_queue);
+    const bool exited = pollExit(msecond);
     FD_LOG_INFO("MapCtrlThread wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0,
                 msecond);
     return exited;
