@@ -18,9 +18,9 @@ void clearNode(fd_cmd_item* item) {
 
 // Huge payloads are checked in part: touching all of one would take the memory that nobody used.
 [[maybe_unused]] bool isPayloadZero(const fd_cmd_item& item) {
-    const char* begin = item.pdata;
-    return std::all_of(begin, begin + std::min(item.pdatasize, 1 << 20),
-                       [](char byte) { return byte == 0; });
+    const int size = std::min(item.pdatasize, 1 << 20);
+    return size < 1 || (item.pdata[0] == 0 && std::memcmp(item.pdata, item.pdata + 1,
+                                                          static_cast<std::size_t>(size - 1)) == 0);
 }
 
 fd_cmd_item* makeNode(int payloadSize) {

@@ -2,6 +2,7 @@
 #include "common/LinuxServer/opreator/FdOperation.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 
@@ -10,7 +11,8 @@
 
 namespace {
 constexpr std::int64_t kNumberSize = 8;
-}
+constexpr int kRecordRoom = sizeof(fd_stat);  // Kept: for the smaller record as well
+}  // namespace
 
 FdLocalPath::FdLocalPath(const char* tag, const FdMapInfo& map, const char* path)
     : m_cache(map.context()->m_cmd_cache) {
@@ -92,23 +94,43 @@ int FdOperation::refuse(std::int64_t mode) {
     return kResReadOnly;
 }
 
-bool FdOperation::reply(const void* record, int size) {
-    if (!ensurePayload(m_item, size)) return false;
+int FdOperation::reply(const void* record, int size) {
+    if (!ensurePayload(m_item, kRecordRoom)) {
+        const int err = errno;
+        FD_LOG_AS(m_tag, ZLOG_LEVEL_WARNING, "malloc failure, res: %d, errno: %d",
+                  int{kResTryAgain}, err);
+        return kResTryAgain;
+    }
     markPayload(m_item, size);
     const int err = memcpy_s(m_item->pdata, static_cast<std::size_t>(m_item->pdatasize), record,
                              static_cast<std::size_t>(size));
     if (err != 0) {
         FD_LOG_AS(m_tag, ZLOG_LEVEL_ERROR, "memcpy_s failed, err = %d", err);
-        return false;
+        return kResTryAgain;
     }
     m_item->head.extsize = size;
-    return true;
+    return 0;
+}
+
+int FdOperation::replyInfo(const fd_file_info& info, const char* failure) {
+    constexpr int kSize = sizeof(info);  // there is room: the request held one
+    markPayload(m_item, kSize);
+    const auto room = static_cast<std::size_t>(m_item->pdatasize);
+    if (memmove_s(m_item->pdata, room, &info, kSize) != 0) {
+        FD_LOG_AS(m_tag, ZLOG_LEVEL_WARNING, "%s", failure);
+        return kResTryAgain;
+    }
+    m_item->head.extsize = kSize;
+    return 0;
 }
 
 FdReplyBuffer::FdReplyBuffer(fd_cmd_item* item, std::int64_t size, std::int64_t extra)
     : m_item(item), m_needed(size) {
     if (size < 1) return;
-    if (size > std::numeric_limits<std::int64_t>::max() - extra) return;
+    if (size > std::numeric_limits<std::int64_t>::max() - extra) {
+        errno = ENOMEM;  // as calloc leaves it
+        return;
+    }
     m_needed = size + extra;
     if (m_needed <= item->pdatasize) {
         m_data = item->pdata;

@@ -72,8 +72,12 @@ public:
         return finish(joined ? work(local.get(), second.get()) : int{kResTryAgain});
     }
 
-    // Makes `record` the whole reply payload. False, logged, when there is no room for it.
-    bool reply(const void* record, int size);
+    // Makes `record` the whole reply payload. The handler's result: 0, or what stands for a
+    // failure, which is logged.
+    int reply(const void* record, int size);
+
+    // Sends the request's record back. `failure` is what a failure is logged with.
+    int replyInfo(const fd_file_info& info, const char* failure);
 
 private:
     bool has(std::int64_t count);

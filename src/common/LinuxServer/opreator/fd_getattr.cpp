@@ -10,7 +10,6 @@ int fd_getattr_c(FdMapInfo* map, fd_cmd_item* item) {
     return op.run([&](const char* local) {
         fd_stat stat{};
         const int result = fd_getattr_f(map, local, &stat);
-        if (result != 0) return result;
-        return op.reply(&stat, sizeof(stat)) ? 0 : int{kResTryAgain};
+        return result != 0 ? result : op.reply(&stat, sizeof(stat));
     });
 }

@@ -26,7 +26,6 @@ int fd_open_c(FdMapInfo* map, fd_cmd_item* item) {
     }
     return op.run([&](const char* local) {
         const int result = fd_open_f(map, local, &info);
-        if (result != 0) return result;
-        return op.reply(&info, sizeof(info)) ? 0 : int{kResTryAgain};
+        return result != 0 ? result : op.replyInfo(info, "get cache buf node failure.");
     });
 }

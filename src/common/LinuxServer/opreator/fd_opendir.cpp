@@ -11,7 +11,6 @@ int fd_opendir_c(FdMapInfo* map, fd_cmd_item* item) {
     if (!op.isInside()) return op.finish(kResInvalid);
     return op.run([&](const char* local) {
         const int result = fd_opendir_f(map, local, &info);
-        if (result != 0) return result;
-        return op.reply(&info, sizeof(info)) ? 0 : int{kResTryAgain};
+        return result != 0 ? result : op.replyInfo(info, "sprintf_s failed!!!.");
     });
 }
