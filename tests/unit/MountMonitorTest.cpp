@@ -447,13 +447,20 @@ TEST_F(MountMonitorTest, AStreamOfControlMessagesHoldsThePassesOff) {
     offerRoot();
     m_thread->start();
     const auto end = steady_clock::now() + milliseconds(1500);
-    while (steady_clock::now() < end) {
+    auto last = steady_clock::now();
+    auto longestGap = milliseconds(0);
+    while (last < end) {
         m_thread->addMapCtrlCmd(nodeOf({.mapid = 1, .type = 1, .subtype = 1}));
         ZThread::msleep(5);
+        const auto now = steady_clock::now();
+        longestGap = std::max(longestGap, std::chrono::duration_cast<milliseconds>(now - last));
+        last = now;
     }
 
-    // Where the machine keeps this thread waiting for half a second, a pass may come after all.
-    if (!m_channel.writes().empty()) GTEST_SKIP() << "the machine is too busy for this";
+    // On a busy machine this thread may have been kept waiting for as long as a pass waits.
+    if (longestGap < milliseconds(400)) {
+        EXPECT_TRUE(m_channel.writes().empty());
+    }
     EXPECT_EQ(notices(1), Notices{"4:1"});
     EXPECT_TRUE(m_thread->waitStop(kStopMs));
 }
