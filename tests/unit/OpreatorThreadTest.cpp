@@ -156,6 +156,22 @@ TEST_F(OpreatorThreadTest, AnswersARequestWhoseMapIsGoneWithTryAgain) {
     EXPECT_TRUE(reply.payload.empty());
 }
 
+// The map is off the list for a moment while the server's answer to its offer is treated.
+TEST_F(OpreatorThreadTest, ARequestThatFindsItsMapOffTheListIsNoLongerCountedByIt) {
+    const auto parked = std::make_shared<OpreatorThread>(m_context.get());
+    m_context->addReadyThread(parked.get());
+    m_map->handleOpreatorCmdItem(
+        nodeOf({.mapid = 1, .subtype = linuxframes::kGetattr, .payload = Payload("/file")}));
+    m_context->getMapInfoById(1);
+    EXPECT_FALSE(m_map->waitStop(100));
+
+    parked->start();
+
+    EXPECT_EQ(sent(1).front().res, -11);
+    EXPECT_TRUE(waitUntil([&] { return m_map->waitStop(100); }));
+    EXPECT_TRUE(parked->waitStop(kStopMs));
+}
+
 TEST_F(OpreatorThreadTest, OneThreadServesRequestAfterRequest) {
     for (int i = 1; i <= 20; ++i) {
         m_map->handleOpreatorCmdItem(

@@ -148,6 +148,7 @@ bool FdMapInfo::handleOpreatorCmdItem(fd_cmd_item* item) {
         const ZMutexLocker lock(m_mutex);
         ++m_ref_count;
     }
+    thread->setCountingMap(weak_from_this());
     thread->addOpreatorCmd(item);
     return true;
 }

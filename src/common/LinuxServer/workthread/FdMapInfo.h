@@ -19,7 +19,7 @@ enum FdMapStatu : int {
     kMapFinished = 5,  // refused or unmapped
 };
 
-class FdMapInfo {
+class FdMapInfo : public std::enable_shared_from_this<FdMapInfo> {
 public:
     FdMapInfo(int mapid, FdContext* context);  // context: not owned
     virtual ~FdMapInfo();

@@ -1,6 +1,8 @@
 // The operator threads of the Linux dialect.
 #include "common/LinuxServer/workthread/OpreatorThread.h"
 
+#include <utility>
+
 #include "common/Comm/FdLog.h"
 #include "common/LinuxServer/opreator/fd_handlers.h"
 #include "common/LinuxServer/workthread/DrainQueue.h"
@@ -61,6 +63,10 @@ bool OpreatorThread::setMapInfo(FdMapInfo* map) {
     return true;
 }
 
+void OpreatorThread::setCountingMap(std::weak_ptr<FdMapInfo> map) {
+    m_countingMap = std::move(map);
+}
+
 bool OpreatorThread::addOpreatorCmd(fd_cmd_item* item) {
     return m_cmd_queue.put_node(item);
 }
@@ -89,10 +95,12 @@ void OpreatorThread::handleItem(fd_cmd_item* item) {
     m_statu = kStatuWorking;
     const FdMapInfoPtr map = m_context->findMapInfoById(item->head.mapid);
     m_map_info = map.get();
+    const FdMapInfoPtr counting = map != nullptr ? map : m_countingMap.lock();
+    m_countingMap.reset();
     callHandler(map.get(), item);
     passOn(item);
     m_statu = kStatuReady;
-    if (map != nullptr) map->decreaseRef();
+    if (counting != nullptr) counting->decreaseRef();
     m_context->addReadyThread(this);
     FD_LOG_DEBUG("opreator move to ready list. ");
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 
 #include "common/LinuxServer/comm/fd_cmd_queue.h"
 #include "common/LinuxServer/workthread/FdThread.h"
@@ -16,6 +17,9 @@ public:
     ~OpreatorThread() override;
 
     bool setMapInfo(FdMapInfo* map);
+
+    // The map that counts the next request: it may be off the list when the thread gets to that.
+    void setCountingMap(std::weak_ptr<FdMapInfo> map);
 
     // The queue owns the node from here on.
     bool addOpreatorCmd(fd_cmd_item* item);
@@ -35,7 +39,8 @@ private:
     void callHandler(FdMapInfo* map, fd_cmd_item* item);
     void passOn(fd_cmd_item* item);
 
-    FdMapInfo* m_map_info = nullptr;  // of the last request; only compared with null
+    FdMapInfo* m_map_info = nullptr;         // of the last request; only compared with null
+    std::weak_ptr<FdMapInfo> m_countingMap;  // set before the node is queued, while this is idle
     FdCmdQueue m_cmd_queue;
     std::array<Handler, 45> m_handlers{};  // by operation code
 };
