@@ -126,8 +126,15 @@ configure() {
     logged "$preset" cmake --preset "$preset" "${launcher[@]}" "$@"
 }
 
+# Two files that are compiled as one may use a name for two things. That costs time and nothing else: then
+# each is compiled by itself.
 build() {
     configure "$@"
+    cmake --build --preset "$1" >> "build/$1.log" 2>&1 && return
+    if grep -q '^CMAKE_UNITY_BUILD:[A-Z]*=ON' "build/$1/CMakeCache.txt"; then
+        say "Preset $1 does not build with many files as one; building each by itself."
+        configure "$@" -DCMAKE_UNITY_BUILD=OFF
+    fi
     logged "$1" cmake --build --preset "$1"
 }
 

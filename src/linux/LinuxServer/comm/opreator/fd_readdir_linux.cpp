@@ -21,7 +21,7 @@ constexpr std::int64_t kCountSize = 8;
 constexpr std::int64_t kWordSize = 8;
 constexpr std::int64_t kReckonedSize = 129;  // Kept: what an entry is tested with, beside its name
 constexpr std::size_t kPathSize = 1024;
-constexpr std::int64_t kLargest = std::numeric_limits<std::int32_t>::max() / 2;  // of a block
+constexpr std::int64_t kLargestBlock = std::numeric_limits<std::int32_t>::max() / 2;  // of a block
 
 using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
 
@@ -110,7 +110,7 @@ int fd_readdir_f(FdMapInfo* /*map*/, const char* path, char* buffer, std::int64_
     FD_LOG_DEBUG("path: %s, bufsize: %ld, read_offset: %ld", path, static_cast<long>(bufsize),
                  static_cast<long>(read_offset));
     const Stream stream(opendir(path), closedir);
-    bufsize = std::min(bufsize, kLargest);
+    bufsize = std::min(bufsize, kLargestBlock);
     const int res =
         stream == nullptr ? -errno : static_cast<int>(fillBlock(stream, path, buffer, bufsize));
     FD_LOG_DEBUG("res: %d", res);
