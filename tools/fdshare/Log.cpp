@@ -13,7 +13,9 @@ namespace host {
 
 namespace {
 
-std::atomic<int> g_level{ZLOG_LEVEL_ERROR};
+constexpr int kSilent = 0;  // below every level
+
+std::atomic<int> g_level{kSilent};
 
 const char* nameOf(int level) {
     switch (level) {
@@ -38,9 +40,11 @@ void writeLine(std::string_view kind, std::string_view text) {
 
 }  // namespace
 
+// The plug-in calls it an error when the other side asks for a file that is not there, so nothing
+// of its log is shown unasked.
 void setUpLog(int verbosity) {
     g_level =
-        std::clamp(ZLOG_LEVEL_ERROR + verbosity, int{ZLOG_LEVEL_ERROR}, int{ZLOG_LEVEL_DEBUG});
+        verbosity < 1 ? kSilent : std::min(ZLOG_LEVEL_ERROR + verbosity, int{ZLOG_LEVEL_DEBUG});
     ZLogger::GetInstance()->SetLevel(g_level);
     ZLogger::GetInstance()->SetSink(
         [](const ZLogRecord& record) { writeLine(nameOf(record.level), record.message); });

@@ -5,7 +5,7 @@
 
 namespace host {
 
-// Sends the plug-in's log to standard error, up to the level that `verbosity` asks for.
+// Sends the plug-in's log to standard error, up to the level that `verbosity` asks for: none for 0.
 void setUpLog(int verbosity);
 
 // "fdshare: TEXT", at any verbosity.

@@ -32,7 +32,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
                  "Do not confine this process to the shared folders: the other side may then reach "
                  "whatever this user can");
     app.add_flag("-v,--verbose", options.verbosity,
-                 "Log warnings; twice: what happens; three times: everything");
+                 "Log errors and warnings; twice: what happens; three times: everything");
     root->expected(1)->take_all();
     root->excludes(folders);
     listen->excludes(stdio);
