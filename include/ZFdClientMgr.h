@@ -8,9 +8,9 @@
 #include <functional>
 #include <memory>
 
-// Writes `size` bytes to the virtual channel. Returns a negative number if that failed. The bytes
-// are valid during the call only. Called from several threads at once. `data` may be null with
-// `size` 0, which is a successful empty write.
+// Writes `size` bytes to the virtual channel. Returns the number of bytes written, which is `size`,
+// or a negative number if that failed. The bytes are valid during the call only. Called from
+// several threads at once. `data` may be null with `size` 0, which is a successful empty write.
 using ChannelWriteFn = std::function<int(char* data, int size)>;
 
 // Reports a metric event. `size` counts the text's terminating zero. The result is ignored.

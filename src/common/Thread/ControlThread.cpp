@@ -127,8 +127,7 @@ void ControlThread::reportDiskCount() {
         "Total number of disks:" + std::to_string(m_mapmanager->getMapNum());
     m_mapmanager->reportMetric(ZMETRICS_CLIENT_FDREDIR_DISKINFO, strDiskSum);
     FD_LOG_INFO(
-        "ZMETRICS_CLIENT_FDREDIR_DISKINFO = %d, const_cast<char *>(strDiskSum.c_str()) = %s "
-        ",strDiskSum.size() + 1 = %d ",
+        "ZMETRICS_CLIENT_FDREDIR_DISKINFO = %d, const_cast<char *>(strDiskSum.c_str()) = %s ,strDiskSum.size() + 1 = %d ",
         ZMETRICS_CLIENT_FDREDIR_DISKINFO, strDiskSum.c_str(),
         static_cast<int>(strDiskSum.size() + 1));
 }

@@ -73,8 +73,7 @@ bool isWriteRefused(const MapFolder& map, const char* path, std::uint32_t flags)
     if (!mayChange(flags)) return false;
 
     FD_LOG_WARN(
-        "create access denied!!!   mapfoder->m_clientFolder: %s,  flag: 0x%x, path: %s, "
-        "mapfolder->m_bWritable : %d",
+        "create access denied!!!   mapfoder->m_clientFolder: %s,  flag: 0x%x, path: %s, mapfolder->m_bWritable : %d",
         map.m_clientFolder, flags, path, map.m_bWritable);  // Kept: for allowed requests too
     if (map.m_bWritable != 0) return false;
 

@@ -58,8 +58,7 @@ void ZrsfLocks(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
 
     if (handle == nullptr) {
         FD_LOG_WARN(
-            "lock invalid parmeter!!!   hFile: %llu, locks_offset: %llu, locks_length: %llu, "
-            "locks_flag: 0x%x, pzrsfHandle: %p",
+            "lock invalid parmeter!!!   hFile: %llu, locks_offset: %llu, locks_length: %llu, locks_flag: 0x%x, pzrsfHandle: %p",
             request.hFile, request.offset, request.length, request.flags,
             static_cast<const void*>(handle));
         return putStatus(buffer, VINF_SUCCESS, resultSize);

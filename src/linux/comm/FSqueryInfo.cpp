@@ -39,8 +39,7 @@ VolumeSizes querySizes(const char* path) {
     if (rc != VINF_SUCCESS) {
         FD_LOG_WARN("QuerySizes  error!!! path: %s, rc: %d", path, rc);
         FD_LOG_WARN(
-            "ullTotalAllocationBytes: %llu, ullAvailableAllocationBytes: %llu, "
-            "ulBytesPerAllocationUnit: %lu, ulBytesPerSector: %lu",
+            "ullTotalAllocationBytes: %llu, ullAvailableAllocationBytes: %llu, ulBytesPerAllocationUnit: %lu, ulBytesPerSector: %lu",
             static_cast<unsigned long long>(sizes.total),
             static_cast<unsigned long long>(sizes.available),
             static_cast<unsigned long>(sizes.bytesPerUnit),
@@ -64,8 +63,7 @@ int queryProperties(const char* path, RTFSPROPERTIES* found) {
     if (rc != VINF_SUCCESS) {
         FD_LOG_WARN("QueryProperties error. path: %s, rc: %d", path, rc);
         FD_LOG_WARN(
-            "cbMaxComponent: %lu, fRemote: 0x%x, fCaseSensitive: 0x%x, fReadOnly: 0x%x, "
-            "fSupportsUnicode: 0x%x, fCompressed: 0x%x, fFileCompression: 0x%x",
+            "cbMaxComponent: %lu, fRemote: 0x%x, fCaseSensitive: 0x%x, fReadOnly: 0x%x, fSupportsUnicode: 0x%x, fCompressed: 0x%x, fFileCompression: 0x%x",
             static_cast<unsigned long>(found->cbMaxComponent), unsigned{found->fRemote},
             unsigned{found->fCaseSensitive}, unsigned{found->fReadOnly},
             unsigned{found->fSupportsUnicode}, unsigned{found->fCompressed},

@@ -49,8 +49,7 @@ int readFile(const _ZRSFHANDLE& handle, const ReadRequest& request, std::uint32_
         const int err = errno;
         const int rc = RTErrConvertFromLinux(static_cast<unsigned>(err));
         FD_LOG_WARN(
-            "pread error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, haveRead: "
-            "%d, errno: %d",
+            "pread error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, haveRead: %d, errno: %d",
             handle.name, request.hFile, request.offset, request.length, rc, static_cast<int>(got),
             err);
         return rc;
@@ -60,8 +59,7 @@ int readFile(const _ZRSFHANDLE& handle, const ReadRequest& request, std::uint32_
     if (lseek(fd, static_cast<off_t>(request.offset + count), SEEK_SET) < 0) {
         const int err = errno;
         FD_LOG_WARN(
-            "lseek error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, haveRead: "
-            "%d, errno: %d",
+            "lseek error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, haveRead: %d, errno: %d",
             handle.name, request.hFile, request.offset, request.length, VINF_SUCCESS,
             static_cast<int>(got), err);
     }

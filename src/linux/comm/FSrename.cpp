@@ -136,8 +136,7 @@ void ZrsfRename(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
     }
     const int rc = renameObject(src.text, dst.text);
     FD_LOG_INFO(
-        "Rename end!!!   src_length: %d, pLinuxSrcPath: %s, dst_length: %d, pLinuxDstPath: %s, "
-        "flag: 0x%x, rc: %d",
+        "Rename end!!!   src_length: %d, pLinuxSrcPath: %s, dst_length: %d, pLinuxDstPath: %s, flag: 0x%x, rc: %d",
         request.srcLength, src.text, request.dstLength, dst.text, request.flag, rc);
 
     putStatus(buffer, rc, resultSize);

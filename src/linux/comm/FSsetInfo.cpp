@@ -97,8 +97,7 @@ void ZrsfSetEndOfFile(char*& buffer, int /*size*/, int* resultSize, MapFolder* m
     }
     if (!isSizeAllowed(*map->m_policy, newSize)) {
         FD_LOG_WARN(
-            "linux is not support set file size!!!  path: %s, hFile: %llu, length: %lu, setSize: "
-            "0x%x",
+            "linux is not support set file size!!!  path: %s, hFile: %llu, length: %lu, setSize: 0x%x",
             handle->name, hFile, length, logSize);
         return putStatus(buffer, VERR_NOT_SUPPORTED, resultSize, kDataReplyExtra);
     }
@@ -108,7 +107,6 @@ void ZrsfSetEndOfFile(char*& buffer, int /*size*/, int* resultSize, MapFolder* m
 
     putReply(buffer, rc, info, resultSize);
     FD_LOG_INFO(
-        "setEndOfFile end!!!   path: %s, hFile: %llu, length: %lu, setSize: 0x%x, rc: %d, "
-        "res->cbBuffer: %d",
+        "setEndOfFile end!!!   path: %s, hFile: %llu, length: %lu, setSize: 0x%x, rc: %d, res->cbBuffer: %d",
         handle->name, hFile, length, logSize, rc, cbBufferFor(rc));
 }

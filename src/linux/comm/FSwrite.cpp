@@ -37,8 +37,7 @@ int writeFile(const _ZRSFHANDLE& handle, const WriteRequest& request, const char
         const int err = errno;
         const int rc = RTErrConvertFromLinux(static_cast<unsigned>(err));
         FD_LOG_WARN(
-            "pwrite error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, cbWrite: "
-            "%d, errno: %d",
+            "pwrite error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, cbWrite: %d, errno: %d",
             handle.name, request.hFile, request.offset, request.length, rc,
             static_cast<int>(written), err);
         return rc;
@@ -48,8 +47,7 @@ int writeFile(const _ZRSFHANDLE& handle, const WriteRequest& request, const char
     if (lseek(fd, static_cast<off_t>(end), SEEK_SET) < 0) {
         const int err = errno;
         FD_LOG_WARN(
-            "lseek error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, cbWrite: "
-            "%d, errno: %d",
+            "lseek error!!!   path: %s, hFile: %llu, offset: %llu, length: %lu, rc: %d, cbWrite: %d, errno: %d",
             handle.name, request.hFile, request.offset, request.length, VINF_SUCCESS,
             static_cast<int>(written), err);
     }

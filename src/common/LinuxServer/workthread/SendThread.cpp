@@ -52,8 +52,7 @@ void SendThread::run() {
             continue;
         }
         FD_LOG_DEBUG(
-            "get send cmd item success. mapid: %d, type: %d, subtype: %d, idx: %ld, extsize: %d, "
-            "res: %d",
+            "get send cmd item success. mapid: %d, type: %d, subtype: %d, idx: %ld, extsize: %d, res: %d",
             static_cast<int>(item->head.mapid), static_cast<int>(item->head.type),
             static_cast<int>(item->head.subtype), static_cast<long>(item->head.idx),
             static_cast<int>(item->head.extsize), static_cast<int>(item->head.res));
