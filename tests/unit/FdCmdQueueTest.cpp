@@ -110,23 +110,23 @@ TEST_F(FdCmdQueueTest, NoReaderWaitsAfterTheEndOfWaits) {
 }
 
 TEST_F(FdCmdQueueTest, LosesNothingBetweenManyWritersAndOneReader) {
-    constexpr int kWriters = 4;
-    constexpr int kEach = 500;
+    constexpr std::size_t kWriters = 4;
+    constexpr std::size_t kEach = 500;
     std::vector<fd_cmd_item> nodes(kWriters * kEach);
     std::vector<std::thread> writers;
-    for (int writer = 0; writer < kWriters; ++writer) {
+    for (std::size_t writer = 0; writer < kWriters; ++writer) {
         writers.emplace_back([&, writer] {
-            for (int i = 0; i < kEach; ++i) {
-                fd_cmd_item& node = nodes[static_cast<std::size_t>(writer * kEach + i)];
-                node.head.mapid = writer;
-                node.head.idx = i;
+            for (std::size_t i = 0; i < kEach; ++i) {
+                fd_cmd_item& node = nodes[writer * kEach + i];
+                node.head.mapid = static_cast<std::int32_t>(writer);
+                node.head.idx = static_cast<std::int64_t>(i);
                 m_queue.put_node(&node);
             }
         });
     }
 
     std::vector<std::int64_t> next(kWriters);
-    for (int i = 0; i < kWriters * kEach; ++i) {
+    for (std::size_t i = 0; i < kWriters * kEach; ++i) {
         const fd_cmd_item* node = get(0);
         ASSERT_NE(node, nullptr);
         EXPECT_EQ(node->head.idx, next[static_cast<std::size_t>(node->head.mapid)]++);
