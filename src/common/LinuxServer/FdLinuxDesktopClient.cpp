@@ -37,8 +37,9 @@ bool makeRoom(fd_cmd_item* item, int size) {
     if (size <= item->pdatasize) return true;
     for (int i = 0; i < kPayloadTries; ++i) {
         if (ensurePayload(item, size)) {
-            FD_LOG_INFO("malloc pdata.   pdatasize: %p, extsize: %d",
-                        reinterpret_cast<void*>(static_cast<std::intptr_t>(item->pdatasize)), size);
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): the text prints the size as a pointer
+            auto* const shown = reinterpret_cast<void*>(static_cast<std::intptr_t>(item->pdatasize));
+            FD_LOG_INFO("malloc pdata.   pdatasize: %p, extsize: %d", shown, size);
             return true;
         }
         FD_LOG_WARN("RecvThread malloc pdata failure.  size: %d", size);
