@@ -38,7 +38,8 @@ bool makeRoom(fd_cmd_item* item, int size) {
     for (int i = 0; i < kPayloadTries; ++i) {
         if (ensurePayload(item, size)) {
             // NOLINTNEXTLINE(performance-no-int-to-ptr): the text prints the size as a pointer
-            auto* const shown = reinterpret_cast<void*>(static_cast<std::intptr_t>(item->pdatasize));
+            auto* const shown =
+                reinterpret_cast<void*>(static_cast<std::intptr_t>(item->pdatasize));
             FD_LOG_INFO("malloc pdata.   pdatasize: %p, extsize: %d", shown, size);
             return true;
         }
