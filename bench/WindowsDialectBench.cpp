@@ -21,7 +21,7 @@ constexpr std::uint32_t kOpenRead = 0x1100;       // read, fail if new
 constexpr std::uint32_t kOpenReadWrite = 0x3100;  // read and write, fail if new
 constexpr std::uint32_t kOpenFolder = 0x1104;
 constexpr std::int32_t kNoMoreFiles = -201;
-constexpr std::size_t kReadOffsetAt = 20;
+constexpr std::size_t kOffsetAt = 20;
 
 struct Descriptor {
     Descriptor(const std::string& path, int flags) : fd(open(path.c_str(), flags | O_CLOEXEC)) {
@@ -88,20 +88,26 @@ void queryBare(benchmark::State& state) {
     countOperations(state);
 }
 
-void readByPlugin(benchmark::State& state, std::uint32_t size) {
-    const auto handle = plugin().open(testTree().readFile(), kOpenRead);
-    auto request = plugin().readRequest(handle, 0, size);
+// Sends the request again and again with the offset of the next block, then closes the handle.
+void moveBlocksByPlugin(benchmark::State& state, std::int64_t handle, PluginHost::Message& request,
+                        std::uint32_t size) {
     BlockWalk walk(size);
     pump(
         state, 1,
         [&] {
-            storeLe(request.data() + kReadOffsetAt, std::uint64_t{walk.next()});
+            storeLe(request.data() + kOffsetAt, std::uint64_t{walk.next()});
             plugin().send(request);
         },
         [] { plugin().receive(); });
-    expect(plugin().lastStatus() == 0 && plugin().lastCount() == size, "read failed");
+    expect(plugin().lastStatus() == 0 && plugin().lastCount() == size, "read or write failed");
     plugin().close(handle);
     countOperations(state);
+}
+
+void readByPlugin(benchmark::State& state, std::uint32_t size) {
+    const auto handle = plugin().open(testTree().readFile(), kOpenRead);
+    auto request = plugin().readRequest(handle, 0, size);
+    moveBlocksByPlugin(state, handle, request, size);
 }
 
 // A block above what the server answers at once travels as several requests in flight.
@@ -136,17 +142,7 @@ void readBare(benchmark::State& state, std::size_t size) {
 void writeByPlugin(benchmark::State& state, std::uint32_t size) {
     const auto handle = plugin().open(testTree().writeFile(), kOpenReadWrite);
     auto request = plugin().writeRequest(handle, 0, size);
-    BlockWalk walk(size);
-    pump(
-        state, 1,
-        [&] {
-            storeLe(request.data() + kReadOffsetAt, std::uint64_t{walk.next()});
-            plugin().send(request);
-        },
-        [] { plugin().receive(); });
-    expect(plugin().lastStatus() == 0 && plugin().lastCount() == size, "write failed");
-    plugin().close(handle);
-    countOperations(state);
+    moveBlocksByPlugin(state, handle, request, size);
 }
 
 void writeBySftp(benchmark::State& state, std::size_t size) {

@@ -15,3 +15,12 @@ int drainQueue(FdCmdQueue& queue, FdCmdCache& cache) {
     }
     return queue.get_queue_size();
 }
+
+void drainReaderQueue(FdCmdQueue& queue, FdCmdCache& cache) {
+    const int left = drainQueue(queue, cache);
+    if (left != 0) {
+        FD_LOG_ERROR("cmd size not zero. %d", left);
+    } else {
+        FD_LOG_INFO("cmd size is zero");
+    }
+}

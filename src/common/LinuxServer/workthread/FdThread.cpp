@@ -2,6 +2,7 @@
 #include "common/LinuxServer/workthread/FdThread.h"
 
 #include "common/Comm/FdLog.h"
+#include "common/LinuxServer/comm/fd_cmd_queue.h"
 #include "common/LinuxServer/workthread/FdContext.h"
 
 namespace {
@@ -35,6 +36,18 @@ bool FdThread::pollExit(int& msecond) {
     if (!m_exit_flag) return false;
     wait();  // run() is on its last lines: after this nothing of it is left
     return true;
+}
+
+bool FdThread::stopReader(FdCmdQueue& queue, int msecond) {
+    // Kept: both texts name another class.
+    FD_LOG_INFO("MapCtrlThread wait stop, msecond: %d  ...", msecond);
+    askToStop();
+    queue.endWaits();
+    queue.wake_all();
+    const bool exited = pollExit(msecond);
+    FD_LOG_INFO("MapCtrlThread wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0,
+                msecond);
+    return exited;
 }
 
 int FdThread::waitStatu(int statu, int msecond) {

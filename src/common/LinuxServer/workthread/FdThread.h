@@ -6,6 +6,7 @@
 
 #include "common/Comm/ZThread.h"
 
+class FdCmdQueue;
 class FdContext;
 
 // Values of a worker's status.
@@ -43,6 +44,9 @@ protected:
 
     // The polling of waitStop.
     bool pollExit(int& msecond);
+
+    // waitStop of a thread whose run() reads from `queue` without a time limit.
+    bool stopReader(FdCmdQueue& queue, int msecond);
 
     const char* m_thread_name;  // not owned
     std::atomic<bool> m_run_flag{false};

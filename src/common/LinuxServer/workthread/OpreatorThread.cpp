@@ -49,12 +49,7 @@ OpreatorThread::~OpreatorThread() {
     FD_LOG_INFO("destory OpreatorThread ...");
     // Kept: the pointer is never cleared, so every thread that has served a request says this.
     if (m_map_info != nullptr) FD_LOG_ERROR("m_map_info != NULL");
-    const int left = drainQueue(m_cmd_queue, m_context->m_cmd_cache);
-    if (left != 0) {
-        FD_LOG_ERROR("cmd size not zero. %d", left);
-    } else {
-        FD_LOG_INFO("cmd size is zero");
-    }
+    drainReaderQueue(m_cmd_queue, m_context->m_cmd_cache);
     FD_LOG_INFO("destory OpreatorThread ok ");
 }
 
@@ -133,13 +128,5 @@ void OpreatorThread::endAfterRequest() {
 }
 
 bool OpreatorThread::waitStop(int msecond) {
-    // Kept: both texts name another class.
-    FD_LOG_INFO("MapCtrlThread wait stop, msecond: %d  ...", msecond);
-    askToStop();
-    m_cmd_queue.endWaits();
-    m_cmd_queue.wake_all();
-    const bool exited = pollExit(msecond);
-    FD_LOG_INFO("MapCtrlThread wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0,
-                msecond);
-    return exited;
+    return stopReader(m_cmd_queue, msecond);
 }

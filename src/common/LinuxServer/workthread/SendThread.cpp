@@ -14,12 +14,7 @@ SendThread::SendThread(FdContext* context) : FdThread(context, "send thread") {}
 
 SendThread::~SendThread() {
     FD_LOG_INFO("destory SendThread ...");
-    const int left = drainQueue(m_cmd_queue, m_context->m_cmd_cache);
-    if (left != 0) {
-        FD_LOG_ERROR("cmd size not zero. %d", left);
-    } else {
-        FD_LOG_INFO("cmd size is zero");
-    }
+    drainReaderQueue(m_cmd_queue, m_context->m_cmd_cache);
     FD_LOG_INFO("destory SendThread ok ");
 }
 
@@ -100,13 +95,5 @@ SendThread::Sent SendThread::sendFrame(const fd_cmd_item& item) {
 }
 
 bool SendThread::waitStop(int msecond) {
-    // Kept: both texts name another class.
-    FD_LOG_INFO("MapCtrlThread wait stop, msecond: %d  ...", msecond);
-    askToStop();
-    m_cmd_queue.endWaits();
-    m_cmd_queue.wake_all();
-    const bool exited = pollExit(msecond);
-    FD_LOG_INFO("MapCtrlThread wait stop end,  m_exit_flag: %d, msecond: %d", exited ? 1 : 0,
-                msecond);
-    return exited;
+    return stopReader(m_cmd_queue, msecond);
 }
