@@ -37,9 +37,9 @@ bool makeRoom(fd_cmd_item* item, int size) {
     if (size <= item->pdatasize) return true;
     for (int i = 0; i < kPayloadTries; ++i) {
         if (ensurePayload(item, size)) {
-            // NOLINTNEXTLINE(performance-no-int-to-ptr): the text prints the size as a pointer
-            auto* const shown =
-                reinterpret_cast<void*>(static_cast<std::intptr_t>(item->pdatasize));
+            // The text prints the size as a pointer.
+            const std::intptr_t room = item->pdatasize;
+            auto* const shown = reinterpret_cast<void*>(room);  // NOLINT(performance-no-int-to-ptr)
             FD_LOG_INFO("malloc pdata.   pdatasize: %p, extsize: %d", shown, size);
             return true;
         }
