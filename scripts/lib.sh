@@ -126,19 +126,13 @@ configure() {
     logged "$preset" cmake --preset "$preset" "${launcher[@]}" "$@"
 }
 
-# Two files that are compiled as one may use a name for two things. That costs time and nothing else: then
-# each is compiled by itself.
 build() {
     configure "$@"
-    cmake --build --preset "$1" >> "build/$1.log" 2>&1 && return
-    if grep -q '^CMAKE_UNITY_BUILD:[A-Z]*=ON' "build/$1/CMakeCache.txt"; then
-        say "Preset $1 does not build with many files as one; building each by itself."
-        configure "$@" -DCMAKE_UNITY_BUILD=OFF
-    fi
     logged "$1" cmake --build --preset "$1"
 }
 
-# Runs the tests of a preset, more at a time than there are processors: many of them wait. With ZFD_SKIPS=forbid a test that was skipped counts as failed.
+# Runs the tests of a preset, more at a time than there are processors: many of them wait. With
+# ZFD_SKIPS=forbid a test that was skipped counts as failed.
 run_tests() {
     local preset=$1 log=build/$1-tests.log
     ctest --preset "$preset" -j "$((2 * jobs))" 2>&1 | tee "$log" | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' ||

@@ -18,6 +18,7 @@
 
 #include "common/LinuxServer/opreator/fd_handlers.h"
 #include "support/LinuxContextFixture.h"
+#include "support/Sanitizers.h"
 
 namespace {
 
@@ -273,13 +274,9 @@ TEST_F(OperationHandlersTest, FieldsInsideTheBufferAndBeyondThePayloadReadAsZero
 }
 
 TEST_F(OperationHandlersTest, SurvivesEveryFieldWithEveryOddValue) {
-    const std::vector<std::int64_t> values = {0,
-                                              1,
-                                              -1,
-                                              0x7fffffff,
-                                              std::int64_t{1} << 32,
-                                              std::numeric_limits<std::int64_t>::max(),
-                                              std::numeric_limits<std::int64_t>::min()};
+    std::vector<std::int64_t> values = {0, 1, -1, std::numeric_limits<std::int64_t>::max(),
+                                        std::numeric_limits<std::int64_t>::min()};
+    if (!kThreadSanitizer) values.insert(values.end(), {0x7fffffff, std::int64_t{1} << 32});
     for (const auto& [code, handler] : handlers()) {
         const Bytes whole = linuxframes::anyPayloadOf(code);
         for (std::size_t at = 0; at + 8 <= whole.size(); ++at) {
