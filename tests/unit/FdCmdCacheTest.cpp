@@ -66,8 +66,8 @@ TEST_F(FdCmdCacheTest, ClearsHeadAndPayloadOfANodeThatComesBack) {
     EXPECT_TRUE(isZero(item->pdata, kNodeSize));
     ASSERT_EQ(get(), item);
     EXPECT_EQ(item->head.head_size, 64U);
-    EXPECT_EQ(item->head.res, 0);
-    EXPECT_EQ(item->head.idx, 0);
+    EXPECT_EQ(std::int64_t{item->head.res}, 0);
+    EXPECT_EQ(std::int64_t{item->head.idx}, 0);
     EXPECT_EQ(item->head.reserved, 0U);
     EXPECT_EQ(item->head.extsize, 0);
     m_cache->put_node(item);

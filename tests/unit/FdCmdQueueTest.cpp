@@ -129,7 +129,7 @@ TEST_F(FdCmdQueueTest, LosesNothingBetweenManyWritersAndOneReader) {
     for (std::size_t i = 0; i < kWriters * kEach; ++i) {
         const fd_cmd_item* node = get(0);
         ASSERT_NE(node, nullptr);
-        EXPECT_EQ(node->head.idx, next[static_cast<std::size_t>(node->head.mapid)]++);
+        EXPECT_EQ(std::int64_t{node->head.idx}, next[static_cast<std::size_t>(node->head.mapid)]++);
     }
 
     for (std::thread& writer : writers) writer.join();

@@ -91,8 +91,8 @@ protected:
         item->head.extsize = size;
 
         const int result = handler(m_map.get(), item);
-        Reply reply{result, item->head.res, {}, item->pdatasize};
-        EXPECT_EQ(item->head.idx, 8);
+        Reply reply{result, std::int64_t{item->head.res}, {}, item->pdatasize};
+        EXPECT_EQ(std::int64_t{item->head.idx}, 8);
         EXPECT_GE(item->head.extsize, 0);
         EXPECT_LE(item->head.extsize, item->pdatasize);
         if (item->head.extsize > 0) {
@@ -254,7 +254,7 @@ TEST_F(OperationHandlersTest, FieldsBeyondTheNodesBufferAreInvalid) {
 
             handler(m_map.get(), item);
 
-            EXPECT_EQ(item->head.res, -22) << code << ", cut to " << size;
+            EXPECT_EQ(std::int64_t{item->head.res}, -22) << code << ", cut to " << size;
             EXPECT_EQ(item->head.extsize, 0) << code << ", cut to " << size;
             cache.put_node(item);
         }
