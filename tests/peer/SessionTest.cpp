@@ -154,7 +154,7 @@ TEST_F(SessionTest, CancelEndsAWaitAndResumeTakesItBack) {
     session();
     const auto ticket = m_session->submit(closeRequest(0, 1));
     std::thread other([this] { m_session->cancel(); });
-    EXPECT_THROW(m_session->wait(ticket), Cancelled);
+    EXPECT_THROW(m_session->wait(ticket), peer::Cancelled);
     other.join();
     m_session->resume();
     m_drives.answer(m_drives.next(), FakeDrives::payload(0, 0));

@@ -45,7 +45,7 @@ Client::Client(const Options& options)
     onStopSignal([this] { m_session->cancel(); });
     try {
         m_session->open();
-    } catch (const peer::windows::SessionError& error) {
+    } catch (const peer::SessionError& error) {
         onStopSignal({});
         const std::string ending = m_connection.child ? m_connection.child->ending() : "";
         throw CommandError(error.what() + (ending.empty() ? "" : " (" + ending + ")"));

@@ -72,7 +72,7 @@ private:
         peer::Bytes result;
         try {
             result = m_session.wait(asked);
-        } catch (const Cancelled&) {
+        } catch (const peer::Cancelled&) {
             onStopSignal({});
             m_session.resume();
             result = m_session.wait(asked);
@@ -156,7 +156,7 @@ void keepPermissions(Session& session, const RemotePath& target, const NewFile& 
 void copyTo(Session& session, const RemotePath& target, Source& source, Progress& progress,
             const std::optional<ObjectInfo>& replaced) {
     NewFile file(session, target, source.permissions());
-    if (stopSignal() != 0) throw Cancelled();
+    if (stopSignal() != 0) throw peer::Cancelled();
     copyIn(session, target.map, file.handle(), source, progress);
     if (replaced) keepPermissions(session, target, file, *replaced);
     session.flush(target.map, file.handle());

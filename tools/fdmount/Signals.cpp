@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "peer/WakePipe.h"
-#include "peer/windows/Session.h"
+#include "peer/Errors.h"
 
 namespace fdmount {
 
@@ -58,7 +58,7 @@ void waitUnlessStopped(int fd, short events) {
     pollfd both[2] = {{fd, events, 0}, {pipe != nullptr ? pipe->readEnd() : -1, POLLIN, 0}};
     while (::poll(both, 2, -1) < 0 && errno == EINTR) {
     }
-    if (both[1].revents != 0) throw peer::windows::Cancelled();
+    if (both[1].revents != 0) throw peer::Cancelled();
 }
 
 int stopSignal() {

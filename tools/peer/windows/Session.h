@@ -19,23 +19,12 @@
 
 #include "peer/Bytes.h"
 #include "peer/Channel.h"
+#include "peer/Errors.h"
 #include "peer/windows/Messages.h"
 #include "peer/windows/Policy.h"
 #include "peer/windows/Tracer.h"
 
 namespace peer::windows {
-
-// The session is over, or a request got no answer.
-class SessionError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-// cancel() ended a wait.
-class Cancelled : public SessionError {
-public:
-    Cancelled() : SessionError("interrupted") {}
-};
 
 struct Drive {
     std::uint32_t id = 0;

@@ -2,8 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
+
+#include "peer/Errors.h"
 
 namespace peer::windows {
 
@@ -26,11 +27,14 @@ enum Status : std::int32_t {
 // "permission denied (VERR_ACCESS_DENIED)"; a code without a name: "status -9999".
 std::string describeStatus(std::int32_t status);
 
+// The errno of this system that comes closest.
+int errnoOf(std::int32_t status);
+
 // The request was answered with a failure.
-class StatusError : public std::runtime_error {
+class StatusError : public RemoteError {
 public:
     explicit StatusError(std::int32_t status)
-        : std::runtime_error(describeStatus(status)), m_status(status) {}
+        : RemoteError(errnoOf(status), describeStatus(status)), m_status(status) {}
     std::int32_t status() const { return m_status; }
 
 private:
