@@ -36,10 +36,12 @@ protected:
         m_context->dismiss();
     }
 
+    // Runs when this returns, and says nothing more until it has something to send.
     std::shared_ptr<SendThread> startSender() {
         const auto sender = std::make_shared<SendThread>(m_context.get());
         m_context->setSendThread(sender);
         sender->start();
+        EXPECT_TRUE(waitUntil([this] { return m_log.has(3, "SendThread work ..."); }));
         return sender;
     }
 
