@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -17,11 +18,25 @@ namespace {
 
 constexpr std::size_t kLengthSize = 4;
 constexpr std::size_t kReadAhead = std::size_t{64} << 10;
+constexpr std::size_t kMaxParts = 4;  // of a message
 
 int makeNonBlocking(int fd) {
     const int flags = ::fcntl(fd, F_GETFL);
     if (flags >= 0) ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
     return flags;
+}
+
+// What is left of the parts when `count` bytes of them have been written.
+std::span<iovec> behind(std::span<iovec> parts, std::size_t count) {
+    while (!parts.empty() && count >= parts.front().iov_len) {
+        count -= parts.front().iov_len;
+        parts = parts.subspan(1);
+    }
+    if (!parts.empty()) {
+        parts.front().iov_base = static_cast<char*>(parts.front().iov_base) + count;
+        parts.front().iov_len -= count;
+    }
+    return parts;
 }
 
 FileDescriptor duplicate(const FileDescriptor& of) {
@@ -104,27 +119,33 @@ std::size_t Channel::readSome(char* to, std::size_t count) {
     }
 }
 
-void Channel::send(View message) {
-    if (message.size() > kMaxMessage)
-        fail("a message of " + std::to_string(message.size()) + " bytes cannot be sent");
+void Channel::send(std::span<const View> parts) {
+    std::array<iovec, kMaxParts + 1> left{};
+    std::size_t size = 0;
+    std::size_t count = 1;
+    for (const View& part : parts) {
+        size += part.size();
+        if (part.empty()) continue;
+        if (count > kMaxParts) fail("a message of too many parts cannot be sent");
+        left[count++] = {const_cast<char*>(part.data()), part.size()};
+    }
+    if (size > kMaxMessage) fail("a message of " + std::to_string(size) + " bytes cannot be sent");
+    char head[kLengthSize];
+    storeLe(head, static_cast<std::uint32_t>(size));
+    left[0] = {head, kLengthSize};
 
     const std::lock_guard lock(m_sendMutex);
     if (m_sendBroken) fail("the other side has hung up");
     m_sendBroken = true;  // until all of it has left
+    sendAll({left.data(), count});
+    m_sendBroken = false;
+}
 
-    char head[kLengthSize];
-    storeLe(head, static_cast<std::uint32_t>(message.size()));
-    std::size_t sent = 0;
-    while (sent < kLengthSize + message.size()) {
-        iovec parts[2];
-        int count = 0;
-        if (sent < kLengthSize) parts[count++] = {head + sent, kLengthSize - sent};
-        const std::size_t bodySent = sent < kLengthSize ? 0 : sent - kLengthSize;
-        parts[count++] = {const_cast<char*>(message.data()) + bodySent, message.size() - bodySent};
-
-        const ssize_t written = ::writev(m_out.get(), parts, count);
+void Channel::sendAll(std::span<iovec> parts) {
+    while (!parts.empty()) {
+        const ssize_t written = ::writev(m_out.get(), parts.data(), static_cast<int>(parts.size()));
         if (written >= 0) {
-            sent += static_cast<std::size_t>(written);
+            parts = behind(parts, static_cast<std::size_t>(written));
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             waitFor(m_out.get(), POLLOUT);
         } else if (errno == EPIPE || errno == ECONNRESET) {
@@ -133,7 +154,6 @@ void Channel::send(View message) {
             fail("cannot write", errno);
         }
     }
-    m_sendBroken = false;
 }
 
 void Channel::waitFor(int fd, short events) const {

@@ -2,8 +2,11 @@
 // bytes. Any thread may send; one thread at a time receives.
 #pragma once
 
+#include <sys/uio.h>
+
 #include <mutex>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -44,7 +47,10 @@ public:
     // The next message, or nothing if the other side ended the stream between two messages.
     std::optional<Bytes> receive();
 
-    void send(View message);
+    void send(View message) { send({&message, 1}); }
+
+    // One message in parts, so that nobody has to copy them together first.
+    void send(std::span<const View> parts);
 
     // Ends every send and receive, now and later. Safe in a signal handler.
     void interrupt() const { m_wake.wake(); }
@@ -55,6 +61,7 @@ private:
     // Reads until `count` bytes are there or the stream ends.
     std::size_t fill(char* to, std::size_t count);
     std::size_t readSome(char* to, std::size_t count);
+    void sendAll(std::span<iovec> parts);
     void waitFor(int fd, short events) const;
     [[noreturn]] void fail(const std::string& what, int error = 0) const;
 
