@@ -68,10 +68,26 @@ TEST(RequestTest, PathsAreWideAndHaveBackslashes) {
 }
 
 TEST(RequestTest, PathsThatTheDialectCannotSayAreRefused) {
-    for (const std::string& path :
-         {"a\\b"s, "../a"s, "a/.."s, "a\0b"s, "\xFF"s, std::string(2000, 'x')}) {
-        EXPECT_THROW(wirePath(path), std::invalid_argument) << path;
+    const std::pair<std::string, int> paths[] = {
+        {"a\\b"s, EINVAL},
+        {"../a"s, EINVAL},
+        {"a/.."s, EINVAL},
+        {"a\0b"s, EINVAL},
+        {"\xFF"s, EILSEQ},
+        {std::string(256, 'x'), ENAMETOOLONG},
+        {"\xF0\x9F\x98\x80" + std::string(254, 'x'), ENAMETOOLONG},  // a pair counts twice
+        {std::string(250, 'a') + "/" + std::string(250, 'b') + "/" + std::string(250, 'c') + "/" +
+             std::string(250, 'd'),
+         ENAMETOOLONG}};
+    for (const auto& [path, error] : paths) {
+        try {
+            wirePath(path);
+            ADD_FAILURE() << path;
+        } catch (const peer::RemoteError& refused) {
+            EXPECT_EQ(refused.error(), error) << path;
+        }
     }
+    EXPECT_EQ(wirePath(std::string(255, 'x')).size(), 512U);
 }
 
 TEST(RequestTest, ACreateCarriesPathAndBlock) {

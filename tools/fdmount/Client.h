@@ -52,9 +52,7 @@ template <typename Work>
 auto about(const std::string& name, Work work) {
     try {
         return work();
-    } catch (const peer::windows::StatusError& error) {
-        throw CommandError(name + ": " + error.what());
-    } catch (const std::invalid_argument& error) {
+    } catch (const peer::RemoteError& error) {
         throw CommandError(name + ": " + error.what());
     } catch (const peer::BadMessage& error) {
         throw CommandError(name + ": " + error.what());

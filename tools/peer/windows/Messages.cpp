@@ -1,8 +1,9 @@
 #include "peer/windows/Messages.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
-#include <stdexcept>
+#include <optional>
 
 #include "peer/Text.h"
 #include "peer/windows/Status.h"
@@ -115,20 +116,21 @@ Bytes wirePath(std::string_view path) {
         const std::string_view part = path.substr(0, slash);
         path.remove_prefix(std::min(slash + 1, path.size()));
         if (part.empty() || part == ".") continue;
-        if (part == "..") throw std::invalid_argument("'..' is not a name on a drive");
+        if (part == "..") throw RemoteError(EINVAL, "'..' is not a name on a drive");
         if (part.find('\\') != std::string_view::npos) {
-            throw std::invalid_argument("a name with a backslash cannot be asked for");
+            throw RemoteError(EINVAL, "a name with a backslash cannot be asked for");
         }
         if (part.find('\0') != std::string_view::npos) {
-            throw std::invalid_argument("a name cannot hold a zero byte");
+            throw RemoteError(EINVAL, "a name cannot hold a zero byte");
         }
+        const std::optional<Bytes> wide = utf16FromUtf8(part);
+        if (!wide) throw RemoteError(EILSEQ, "the name is not valid UTF-8");
+        if (wide->size() > kMaxName) throw RemoteError(ENAMETOOLONG, "the name is too long");
         text.push_back('\\');
         text += part;
     }
-    if (text.size() > kMaxPath) throw std::invalid_argument("the path is too long");
-    std::optional<Bytes> wire = utf16FromUtf8(text);
-    if (!wire) throw std::invalid_argument("the name is not valid UTF-8");
-    return std::move(*wire);
+    if (text.size() > kMaxPath) throw RemoteError(ENAMETOOLONG, "the path is too long");
+    return *utf16FromUtf8(text);
 }
 
 Bytes createRequest(std::uint8_t map, View path, std::uint32_t flags, std::uint32_t mode,

@@ -24,7 +24,7 @@ struct Header {
 };
 
 // A path on a drive, "folder/file" or empty for the drive itself, as requests carry it. Throws
-// std::invalid_argument for what this dialect cannot say.
+// RemoteError for what this dialect cannot say.
 Bytes wirePath(std::string_view path);
 
 // Requests. The sender fills in `seq`. Paths are what wirePath made.

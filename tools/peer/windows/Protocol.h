@@ -56,6 +56,7 @@ inline constexpr std::size_t kWorkBuffer = 1049600;
 inline constexpr std::size_t kMaxTransfer = std::size_t{1} << 20;  // of one read or write
 inline constexpr std::size_t kMinRead = 512;                       // a shorter read reads this much
 inline constexpr std::uint32_t kListLimit = 65536;
+inline constexpr std::size_t kMaxName = 510;   // bytes of UTF-16: longer ones are not listed
 inline constexpr std::size_t kMaxPath = 1000;  // bytes of UTF-8; its path buffers hold 1024
 
 inline constexpr std::uint64_t kNoHandle = ~std::uint64_t{0};

@@ -27,16 +27,25 @@ std::pair<std::string_view, std::string_view> splitLast(std::string_view path) {
 
 }  // namespace
 
+// Guarded by the session's mutex.
 class Session::Pending {
 public:
-    std::uint8_t seq = 0;
     bool done = false;
-    bool dropped = false;  // a later request was answered
+    bool dropped = false;    // a later request was answered
+    bool abandoned = false;  // nobody waits any longer
+    bool opens = false;      // the result may bring a handle
+    std::uint8_t seq = 0;
+    std::uint8_t map = 0;
     Bytes result;
+    std::condition_variable woken;
 };
 
 Session::Session(Channel& channel, Options options)
-    : m_channel(channel), m_options(std::move(options)), m_lastNews(Clock::now()) {
+    : m_channel(channel),
+      m_options(std::move(options)),
+      m_policyWord(m_options.policy.word),
+      m_resizable(m_options.policy.setEndOfFile == 1),
+      m_lastNews(Clock::now()) {
     m_receiver = std::thread([this] { receiveLoop(); });
 }
 
@@ -62,7 +71,12 @@ void Session::receiveLoop() {
 void Session::end(std::exception_ptr why) {
     const std::lock_guard lock(m_mutex);
     m_end = std::move(why);
+    wakeAllLocked();
+}
+
+void Session::wakeAllLocked() {
     m_changed.notify_all();
+    for (const Ticket& ticket : m_inFlight) ticket->woken.notify_all();
 }
 
 void Session::trace(Direction direction, View message) {
@@ -76,7 +90,7 @@ void Session::handle(Bytes message) {
     }
     const Header header = Header::parse(message);
 
-    const std::unique_lock lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     if (!m_shaken) {
         parseHandshake(message);
         m_shaken = true;
@@ -84,8 +98,11 @@ void Session::handle(Bytes message) {
         return;
     }
     switch (header.type) {
-        case kResult:
-            return handleResult(std::move(message));
+        case kResult: {
+            const Ticket answered = handleResult(std::move(message));
+            lock.unlock();  // or the waiter would wake up only to wait for the lock
+            return answered->woken.notify_one();
+        }
         case kMapAdd:
         case kPrinterAdd:
         case kDriveName:
@@ -100,21 +117,33 @@ void Session::handle(Bytes message) {
     }
 }
 
-void Session::handleResult(Bytes message) {
+Session::Ticket Session::handleResult(Bytes message) {
     const auto seq = loadLe<std::uint8_t>(message.data() + kSeqAt);
-    const auto answered = std::find_if(m_inFlight.begin(), m_inFlight.end(),
-                                       [seq](const Ticket& t) { return t->seq == seq; });
-    if (answered == m_inFlight.end()) {
+    const auto found = std::find_if(m_inFlight.begin(), m_inFlight.end(),
+                                    [seq](const Ticket& t) { return t->seq == seq; });
+    if (found == m_inFlight.end()) {
         throw BadMessage("a result with the number " + std::to_string(seq) +
                          ", which no request has");
     }
-    for (auto before = m_inFlight.begin(); before != answered; ++before) {
+    for (auto before = m_inFlight.begin(); before != found; ++before) {
         (*before)->done = (*before)->dropped = true;
+        (*before)->woken.notify_one();
     }
-    (*answered)->result = std::move(message);
-    (*answered)->done = true;
-    m_inFlight.erase(m_inFlight.begin(), std::next(answered));
-    m_changed.notify_all();
+    Ticket answered = *found;
+    answered->result = std::move(message);
+    answered->done = true;
+    if (answered->abandoned) abandonLocked(*answered);
+    const bool wasFull = m_inFlight.size() >= kMaxInFlight;
+    m_inFlight.erase(m_inFlight.begin(), std::next(found));
+    if (wasFull) m_changed.notify_all();
+    return answered;
+}
+
+void Session::abandonLocked(Pending& ticket) {
+    ticket.abandoned = true;
+    if (!ticket.opens || !ticket.done || ticket.dropped) return;
+    const Created created = parseCreated(ticket.result);
+    if (created.handle != kNoHandle) m_orphans.emplace_back(ticket.map, created.handle);
 }
 
 void Session::handleDrive(const Header& header, View message) {
@@ -168,6 +197,8 @@ void Session::sendPolicy(const Policy& policy) {
         trace(Direction::kToDrives, message);
         m_lastNews = Clock::now();
     }
+    m_policyWord = policy.word;
+    m_resizable = policy.setEndOfFile == 1;
     m_channel.send(message);
 }
 
@@ -208,30 +239,61 @@ bool Session::waitForDrives(const std::function<bool(const std::vector<Drive>&)>
 
 Session::Ticket Session::submit(Bytes request) {
     const std::lock_guard order(m_submitMutex);
+    closeOrphans();
+    return send(std::move(request));
+}
+
+void Session::closeOrphans() {
+    decltype(m_orphans) orphans;
+    {
+        const std::lock_guard lock(m_mutex);
+        orphans.swap(m_orphans);
+    }
+    for (const auto& [map, handle] : orphans) closeOrKeep(map, handle);
+}
+
+void Session::closeOrKeep(std::uint8_t map, std::uint64_t handle) noexcept {
+    try {
+        send(closeRequest(map, handle));
+    } catch (const std::exception&) {
+        // Cancelled, and closed with the next request, or the connection has gone.
+        const std::lock_guard lock(m_mutex);
+        m_orphans.emplace_back(map, handle);
+    }
+}
+
+Session::Ticket Session::send(Bytes request) {
     auto ticket = std::make_shared<Pending>();
+    ticket->opens = loadLe<std::uint16_t>(request.data() + kTypeAt) == kCreate;
+    ticket->map = loadLe<std::uint8_t>(request.data() + kMapAt);
     {
         std::unique_lock lock(m_mutex);
         const bool over = !m_changed.wait_for(lock, m_options.timeout, [this] {
             return m_inFlight.size() < kMaxInFlight || m_end || m_cancelled;
         });
         checkLocked();
-        if (over) throw SessionError(m_channel.name() + ": no answer came in time");
+        if (over) throw NoAnswer(m_channel.name() + ": no answer came in time");
         ticket->seq = m_nextSeq++;
         storeLe(request.data() + kSeqAt, ticket->seq);
         m_inFlight.push_back(ticket);
         trace(Direction::kToDrives, request);
     }
-    m_channel.send(request);
+    try {
+        m_channel.send(request);
+    } catch (const ChannelError& error) {
+        throw SessionError(error.what());
+    }
     return ticket;
 }
 
 Bytes Session::wait(const Ticket& ticket) {
     std::unique_lock lock(m_mutex);
-    const bool over = !m_changed.wait_for(lock, m_options.timeout,
-                                          [&] { return ticket->done || m_end || m_cancelled; });
+    const bool over = !ticket->woken.wait_for(lock, m_options.timeout,
+                                              [&] { return ticket->done || m_end || m_cancelled; });
+    if (m_cancelled || over) abandonLocked(*ticket);
     if (!ticket->done || m_cancelled) checkLocked();
-    if (over) throw SessionError(m_channel.name() + ": no answer came in time");
-    if (ticket->dropped) throw SessionError("the request was dropped without an answer");
+    if (over) throw NoAnswer(m_channel.name() + ": no answer came in time");
+    if (ticket->dropped) throw NoAnswer("the request was dropped without an answer");
     return std::move(ticket->result);
 }
 
@@ -251,6 +313,11 @@ void Session::close(std::uint8_t map, std::uint64_t handle) {
     parseStatus(ask(closeRequest(map, handle)));
 }
 
+void Session::release(std::uint8_t map, std::uint64_t handle) noexcept {
+    const std::lock_guard order(m_submitMutex);
+    closeOrKeep(map, handle);
+}
+
 void Session::list(std::uint8_t map, std::string_view path,
                    const std::function<void(std::vector<Entry>)>& take) {
     const Created folder = open(map, path, kDirectory | kOpenIfExists | kFailIfNew | kAccessRead);
@@ -266,13 +333,7 @@ void Session::list(std::uint8_t map, std::string_view path,
         Session& session;
         std::uint8_t map;
         std::uint64_t handle;
-        ~Closer() {
-            try {
-                session.submit(closeRequest(map, handle));
-            } catch (const std::exception&) {
-                return;  // the connection is gone, and the handle with it
-            }
-        }
+        ~Closer() { session.release(map, handle); }
     } closer{*this, map, folder.handle};
 
     std::size_t total = 0;
@@ -352,7 +413,7 @@ void Session::rename(std::uint8_t map, std::string_view from, std::string_view t
 void Session::cancel() {
     const std::lock_guard lock(m_mutex);
     m_cancelled = true;
-    m_changed.notify_all();
+    wakeAllLocked();
 }
 
 void Session::resume() {

@@ -6,6 +6,7 @@
 // whose follower is answered will therefore never be.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -15,6 +16,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "peer/Bytes.h"
@@ -70,6 +72,12 @@ public:
 
     void sendPolicy(const Policy& policy);
 
+    // Whether the policy forbids all changes.
+    bool isReadOnly() const { return (m_policyWord & kReadOnly) != 0; }
+
+    // Whether the policy lets sizes be changed, up to its bound.
+    bool isResizable() const { return m_resizable; }
+
     // --- drives
 
     std::vector<Drive> drives() const;
@@ -84,7 +92,8 @@ public:
     // Sends, and blocks while kMaxInFlight requests wait for their results.
     Ticket submit(Bytes request);
 
-    // The result, whole. Throws SessionError.
+    // The result, whole. One thread waits for a ticket. Throws SessionError; what an open that was
+    // given up has opened all the same is closed later.
     Bytes wait(const Ticket& ticket);
     Bytes ask(Bytes request) { return wait(submit(std::move(request))); }
 
@@ -92,6 +101,9 @@ public:
     Created open(std::uint8_t map, std::string_view path, std::uint32_t flags,
                  std::uint32_t mode = 0);
     void close(std::uint8_t map, std::uint64_t handle);
+
+    // Closes without waiting for the answer.
+    void release(std::uint8_t map, std::uint64_t handle) noexcept;
 
     // All entries but "." and "..", handed out in portions as they come. Several requests are under
     // way at a time.
@@ -115,20 +127,28 @@ public:
 private:
     void receiveLoop();
     void handle(Bytes message);
-    void handleResult(Bytes message);
+    Ticket handleResult(Bytes message);
     void handleDrive(const Header& header, View message);
     void end(std::exception_ptr why);
     void trace(Direction direction, View message);
+    Ticket send(Bytes request);
+    void closeOrphans();
+    void closeOrKeep(std::uint8_t map, std::uint64_t handle) noexcept;
+    void abandonLocked(Pending& ticket);
+    void wakeAllLocked();
     bool mapsAreKnown();
     void checkLocked() const;
 
     Channel& m_channel;
     const Options m_options;
+    std::atomic<std::uint32_t> m_policyWord;  // as it was sent last
+    std::atomic<bool> m_resizable;            // likewise
     std::thread m_receiver;
 
-    mutable std::mutex m_mutex;  // guards everything below
-    std::condition_variable m_changed;
-    std::deque<Ticket> m_inFlight;  // oldest first; their seqs follow each other
+    mutable std::mutex m_mutex;         // guards everything below
+    std::condition_variable m_changed;  // all but a result, which wakes its own waiter
+    std::deque<Ticket> m_inFlight;      // oldest first; their seqs follow each other
+    std::vector<std::pair<std::uint8_t, std::uint64_t>> m_orphans;  // maps and handles to close
     std::uint8_t m_nextSeq = 0;
     std::vector<Drive> m_drives;
     std::chrono::steady_clock::time_point m_lastNews;
