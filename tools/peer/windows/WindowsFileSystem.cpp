@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <deque>
+#include <optional>
+#include <utility>
 
 #include "peer/Text.h"
 #include "peer/windows/FileAttributes.h"
@@ -55,21 +57,12 @@ std::pair<std::string_view, std::string_view> splitLast(std::string_view path) {
     return {path.substr(0, slash), path.substr(slash + 1)};
 }
 
-std::vector<DirEntry> entriesOf(Listing listing, std::string_view folder) {
-    std::vector<DirEntry> entries;
-    entries.reserve(listing.entries.size());
-    for (Entry& entry : listing.entries) {
-        if (entry.name == "." || entry.name == "..") continue;
-        const Attributes attributes = attributesOf(entry.info, joinedPath(folder, entry.name));
-        entries.push_back({std::move(entry.name), attributes});
-    }
-    return entries;
-}
-
 }  // namespace
 
 WindowsFileSystem::WindowsFileSystem(std::shared_ptr<Session> session, const Drive& drive)
-    : m_session(std::move(session)), m_map(static_cast<std::uint8_t>(drive.id)) {}
+    : m_session(std::move(session)),
+      m_map(static_cast<std::uint8_t>(drive.id)),
+      m_spares(m_session, m_map) {}
 
 // Where the other side does not find a path as it is written, it looks for other letter cases of
 // it, and begins that search at the root of its file system, not at the drive: "Tmp" would remove
@@ -109,10 +102,15 @@ RemoteHandle WindowsFileSystem::opened(std::string_view path, std::uint32_t flag
     return handle;
 }
 
+std::uint32_t WindowsFileSystem::typeOf(std::string_view path) {
+    const std::optional<std::uint32_t> known = m_kinds.recall(path);
+    return known ? *known : lookUp(path).mode & kModeTypeMask;
+}
+
 RemoteHandle WindowsFileSystem::openedFile(std::string_view path, std::uint32_t flags) {
-    const ObjectInfo info = lookUp(path);
-    if (info.isDirectory()) refuse(EISDIR, "is a directory");
-    if (!info.isRegular()) refuse(ENXIO, "is neither a file nor a directory");
+    const std::uint32_t type = typeOf(path);
+    if (type == kModeDirectory) refuse(EISDIR, "is a directory");
+    if (type != kModeRegular) refuse(ENXIO, "is neither a file nor a directory");
     return opened(path, flags);
 }
 
@@ -126,22 +124,30 @@ RemoteHandle WindowsFileSystem::openedForChange(std::string_view path) {
     }
 }
 
-RemoteHandle WindowsFileSystem::openedRoot() {
-    return opened("", kDirectory | kExisting | kAccessRead);
+ObjectInfo WindowsFileSystem::lookUp(std::string_view path) {
+    const ObjectInfo info = lookUpAny(path);
+    m_kinds.remember(path, info.mode);
+    return info;
 }
 
-// The listing of one object opens nothing on the way, and any handle can carry it.
-ObjectInfo WindowsFileSystem::lookUp(std::string_view path) {
+// The listing of one object opens nothing on the way.
+ObjectInfo WindowsFileSystem::lookUpAny(std::string_view path) {
     const Bytes name = exactPath(path);
     if (path.ends_with('*')) return searchFor(path);
     if (path.empty()) {
-        const Created root = m_session->open(m_map, "", kDirectory | kExisting | kAccessRead);
-        m_session->release(m_map, root.handle);
-        return root.info;
+        const Created folder = m_session->open(m_map, "", kDirectory | kExisting | kAccessRead);
+        m_session->release(m_map, folder.handle);
+        return folder.info;
     }
-    const RemoteHandle root = openedRoot();
-    const Listing listing = parseListing(
-        m_session->ask(listRequest(m_map, root.value(), name, kListReturnOne, kListLimit)));
+    Session::Ticket ticket;
+    {
+        const RemoteHandle any = m_spares.take();
+        ticket =
+            m_session->submit(listRequest(m_map, any.value(), name, kListReturnOne, kListLimit));
+    }
+    m_spares.order();
+    const Bytes result = m_session->wait(ticket);
+    const Listing listing = parseListing(result);
     if (listing.entries.empty()) throw StatusError(kStatusFileNotFound);
     return listing.entries.front().info;
 }
@@ -149,17 +155,52 @@ ObjectInfo WindowsFileSystem::lookUp(std::string_view path) {
 // A star at the end of a name would list a folder instead.
 ObjectInfo WindowsFileSystem::searchFor(std::string_view path) {
     const auto [folder, name] = splitLast(path);
-    ObjectInfo found;
-    bool isThere = false;
-    m_session->list(m_map, folder, [&, wanted = name](const std::vector<Entry>& entries) {
-        for (const Entry& entry : entries) {
-            if (entry.name != wanted) continue;
-            found = entry.info;
-            isThere = true;
-        }
+    std::optional<ObjectInfo> found;
+    listEntries(folder, [&, wanted = name](const std::vector<Entry>& entries) {
+        const auto entry = std::ranges::find(entries, wanted, &Entry::name);
+        if (entry != entries.end()) found = entry->info;
     });
-    if (!isThere) throw StatusError(kStatusFileNotFound);
-    return found;
+    if (!found) throw StatusError(kStatusFileNotFound);
+    return *found;
+}
+
+// Does not say why it cannot list a folder. An open does.
+Listing WindowsFileSystem::firstPart(const Session::Ticket& ticket, std::string_view path) {
+    try {
+        return parseListing(m_session->wait(ticket));
+    } catch (const StatusError& error) {
+        if (error.status() != kInvalidParameter) throw;
+        opened(path, kDirectory | kExisting | kAccessRead);
+        throw;
+    }
+}
+
+void WindowsFileSystem::listEntries(std::string_view path,
+                                    const std::function<void(std::vector<Entry>)>& take) {
+    const Bytes name = listedPath(path);
+    const RemoteHandle any = m_spares.take();
+    std::deque<Session::Ticket> asked;
+    const auto askMore = [&] {
+        asked.push_back(m_session->submit(listRequest(m_map, any.value(), name, 0, kListLimit)));
+    };
+    std::size_t total = 0;
+    askMore();
+    m_spares.order();
+    Listing listing = firstPart(asked.front(), path);
+    while (true) {
+        asked.pop_front();
+        total += listing.entries.size();
+        if (!listing.ended && listing.entries.empty()) {
+            refuse(EIO, "the listing does not go on");
+        }
+        if (total > kMaxEntries) refuse(EIO, "the listing does not end");
+        while (!listing.ended && asked.size() < kListsInFlight) askMore();
+        std::erase_if(listing.entries,
+                      [](const Entry& e) { return e.name == "." || e.name == ".."; });
+        if (!listing.entries.empty()) take(std::move(listing.entries));
+        if (listing.ended) return;
+        listing = parseListing(m_session->wait(asked.front()));
+    }
 }
 
 Attributes WindowsFileSystem::stat(std::string_view path) {
@@ -167,8 +208,10 @@ Attributes WindowsFileSystem::stat(std::string_view path) {
 }
 
 Volume WindowsFileSystem::volume() {
-    const VolumeInfo info =
-        checked([this] { return m_session->volume(m_map, openedRoot().value()); });
+    const VolumeInfo info = checked([this] {
+        const RemoteHandle any = m_spares.take();
+        return m_session->volume(m_map, any.value());
+    });
     Volume volume;
     if (info.unit != 0) volume.blockSize = info.unit;
     volume.blocks = info.total / volume.blockSize;
@@ -179,8 +222,15 @@ Volume WindowsFileSystem::volume() {
 
 void WindowsFileSystem::list(std::string_view path, const Take& take) {
     checked([&] {
-        m_session->list(m_map, path, [&](std::vector<Entry> entries) {
-            take(entriesOf({false, std::move(entries)}, path));
+        listEntries(path, [&](std::vector<Entry> some) {
+            std::vector<DirEntry> entries;
+            entries.reserve(some.size());
+            for (Entry& entry : some) {
+                const std::string whole = joinedPath(path, entry.name);
+                m_kinds.remember(whole, entry.info.mode);
+                entries.push_back({std::move(entry.name), attributesOf(entry.info, whole)});
+            }
+            take(std::move(entries));
         });
     });
 }
@@ -200,6 +250,7 @@ std::unique_ptr<File> WindowsFileSystem::create(std::string_view path, int flags
     return checked([&] {
         RemoteHandle handle = opened(path, kFailIfExists | kCreateIfNew | accessOf(flags),
                                      kModeRegular | (mode & kPermissions));
+        m_kinds.remember(path, kModeRegular);
         return std::make_unique<WindowsFile>(std::move(handle), std::string(path));
     });
 }
@@ -219,7 +270,8 @@ void WindowsFileSystem::makeFolder(std::string_view path, std::uint32_t) {
 void WindowsFileSystem::remove(std::string_view path) {
     requireWritable();
     checked([&] {
-        if (lookUp(path).isDirectory()) refuse(EISDIR, "is a directory");
+        if (typeOf(path) == kModeDirectory) refuse(EISDIR, "is a directory");
+        m_kinds.forget(path);
         parseStatus(m_session->ask(removeRequest(m_map, exactPath(path), kRemoveFile)));
     });
 }
@@ -227,7 +279,8 @@ void WindowsFileSystem::remove(std::string_view path) {
 void WindowsFileSystem::removeFolder(std::string_view path) {
     requireWritable();
     checked([&] {
-        if (!lookUp(path).isDirectory()) refuse(ENOTDIR, "is not a directory");
+        if (typeOf(path) != kModeDirectory) refuse(ENOTDIR, "is not a directory");
+        m_kinds.forget(path);
         parseStatus(m_session->ask(removeRequest(m_map, exactPath(path), kRemoveDirectory)));
     });
 }
@@ -235,6 +288,8 @@ void WindowsFileSystem::removeFolder(std::string_view path) {
 void WindowsFileSystem::rename(std::string_view from, std::string_view to) {
     requireWritable();
     checked([&] {
+        m_kinds.forget(from);
+        m_kinds.forget(to);
         parseStatus(m_session->ask(
             renameRequest(m_map, exactPath(from), exactPath(to), kRenameFile | kRenameReplace)));
     });
@@ -261,23 +316,25 @@ void WindowsFileSystem::truncate(std::string_view path, std::int64_t size) {
     });
 }
 
+// False for a folder: the other side leaves those as they are, and calls that a success.
+bool WindowsFileSystem::isChangeable(std::string_view path) {
+    const std::uint32_t type = typeOf(path);
+    if (type == kModeDirectory) return false;
+    if (type != kModeRegular) refuse(EPERM, "is neither a file nor a directory");
+    return true;
+}
+
 void WindowsFileSystem::chmod(std::string_view path, std::uint32_t mode) {
     requireWritable();
     checked([&] {
-        const ObjectInfo info = lookUp(path);
-        if (info.isDirectory()) return;
-        if (!info.isRegular()) refuse(EPERM, "is neither a file nor a directory");
-        setMode(openedForChange(path), mode);
+        if (isChangeable(path)) setMode(openedForChange(path), mode);
     });
 }
 
 void WindowsFileSystem::setTimes(std::string_view path, Time accessed, Time modified) {
     requireWritable();
     checked([&] {
-        const ObjectInfo info = lookUp(path);
-        if (info.isDirectory()) return;
-        if (!info.isRegular()) refuse(EPERM, "is neither a file nor a directory");
-        windows::setTimes(openedForChange(path), accessed, modified);
+        if (isChangeable(path)) windows::setTimes(openedForChange(path), accessed, modified);
     });
 }
 

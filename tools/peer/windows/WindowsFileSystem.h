@@ -7,12 +7,16 @@
 // would hold up all requests behind it.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "peer/FileSystem.h"
+#include "peer/windows/KnownKinds.h"
 #include "peer/windows/RemoteHandle.h"
 #include "peer/windows/Session.h"
+#include "peer/windows/SpareHandles.h"
 
 namespace peer::windows {
 
@@ -42,16 +46,22 @@ private:
     RemoteHandle opened(std::string_view path, std::uint32_t flags, std::uint32_t mode = 0);
     RemoteHandle openedFile(std::string_view path, std::uint32_t flags);
     RemoteHandle openedForChange(std::string_view path);
-    RemoteHandle openedRoot();
     Bytes exactPath(std::string_view path) const;
     Bytes listedPath(std::string_view path) const;
     bool isWholeTree() const;
     ObjectInfo lookUp(std::string_view path);
+    ObjectInfo lookUpAny(std::string_view path);
     ObjectInfo searchFor(std::string_view path);
+    std::uint32_t typeOf(std::string_view path);
+    bool isChangeable(std::string_view path);
+    void listEntries(std::string_view path, const std::function<void(std::vector<Entry>)>& take);
+    Listing firstPart(const Session::Ticket& ticket, std::string_view path);
     void requireWritable() const;
 
     const std::shared_ptr<Session> m_session;
     const std::uint8_t m_map;
+    KnownKinds m_kinds;
+    SpareHandles m_spares;  // last, since its thread uses what stands before it
 };
 
 }  // namespace peer::windows
