@@ -25,11 +25,16 @@ protected:
     using Handler = void (*)(char*& buffer, int size, int* resultSize, MapFolder* map);
 
     HandlerFixture() : m_map(&m_policy, ZListener{}), m_buffer(MAX_CMD_BUFFER) {
-        const std::string folder = m_dir.str();
-        folder.copy(m_map.m_clientFolder, sizeof m_map.m_clientFolder - 1);
-        m_map.m_clientFolder_size = static_cast<std::uint16_t>(folder.size() + 1);
+        serve(m_dir.str());
         m_map.m_bWritable = 1;
         m_log.clear();  // what the policy and the map say of themselves
+    }
+
+    // From here on the map shows that folder instead of the temporary one.
+    void serve(const std::string& folder) {
+        folder.copy(m_map.m_clientFolder, sizeof m_map.m_clientFolder - 1);
+        m_map.m_clientFolder[folder.size()] = '\0';
+        m_map.m_clientFolder_size = static_cast<std::uint16_t>(folder.size() + 1);
     }
 
     // Puts a descriptor into the map's table, which owns it from here.

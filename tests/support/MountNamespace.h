@@ -14,5 +14,6 @@ void inMountNamespace(const std::function<void(const std::string& folder)>& body
 // Each makes the folder that it mounts on, and throws std::system_error if the call fails.
 void mountTmpfs(const std::string& path);
 void bindMount(const std::string& source, const std::string& path);
+void remountReadOnly(const std::string& path);
 void moveMount(const std::string& from, const std::string& to);
 void unmount(const std::string& path);

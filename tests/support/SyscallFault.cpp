@@ -13,12 +13,6 @@ namespace {
 // Every call under which the C library may make it on this machine.
 std::vector<long> numbersOf(SyscallFault::Call call) {
     switch (call) {
-        case SyscallFault::Call::Unlink:
-#ifdef SYS_unlink  // newer machines have the second one only
-            return {SYS_unlink, SYS_unlinkat};
-#else
-            return {SYS_unlinkat};
-#endif
         case SyscallFault::Call::Open:
             return {SYS_openat};
         case SyscallFault::Call::Sleep:

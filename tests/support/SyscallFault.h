@@ -7,7 +7,7 @@
 #include <vector>
 
 struct SyscallFault {
-    enum class Call { Unlink, Open, Sleep, Mkdir, Close };
+    enum class Call { Open, Sleep, Mkdir, Close };
 
     Call call;
     int error;  // the errno that it fails with

@@ -148,6 +148,22 @@ TEST_F(FSlocksTest, AWaitingLockDoesNotWait) {
                                         {3, end(handle, ", offset: 1, length: 2", 2, -6)}}));
 }
 
+TEST_F(FSlocksTest, WaitingAloneIsARelease) {
+    const std::int64_t handle = openFile("data");
+
+    expectSuccess(call(ZrsfLocks, lockRequest(handle, 1, 2, 4)));
+
+    EXPECT_TRUE(m_log.has(3, "SHFL_LOCK_CANCEL, locks_flag & SHFL_LOCK_MODE_MASK: 0x0"));
+    EXPECT_TRUE(m_log.has(3, end(handle, ", offset: 1, length: 2", 0, -6)));
+}
+
+TEST_F(FSlocksTest, AReadOnlyMapIsNoSpecialCase) {
+    const std::int64_t handle = openFile("data");
+    m_map.m_bWritable = 0;
+    expectSuccess(call(ZrsfLocks, lockRequest(handle, 1, 2, 2)));
+    EXPECT_TRUE(m_log.has(3, end(handle, ", offset: 1, length: 2", 2, -6)));
+}
+
 TEST_F(FSlocksTest, SharedAndExclusiveAtOnceIsAParameterError) {
     const std::int64_t handle = openFile("data");
 

@@ -195,6 +195,11 @@ TEST_F(SetFileInfoTest, AMapThatIsReadOnlyIsWriteProtected) {
                   {2, "setFileInfo write protect!!!  " + where("data", handle) + ", length: 92"}}));
 }
 
+TEST_F(SetFileInfoTest, ABadRequestIsAnInvalidParameterOnAReadOnlyMapToo) {
+    m_map.m_bWritable = 0;
+    expectFailure(call(ZrsfSetFileInfo, setFileInfoRequest(4711, {})), -2);
+}
+
 TEST_F(SetFileInfoTest, AnUnknownHandleIsAnInvalidParameter) {
     expectFailure(call(ZrsfSetFileInfo, setFileInfoRequest(4711, {})), -2);
     EXPECT_EQ(m_log.lines().size(), 1U);
@@ -436,6 +441,23 @@ TEST_F(SetEndOfFileTest, AMapThatIsReadOnlyIsWriteProtected) {
     EXPECT_EQ(
         m_log.lines(),
         (std::vector<LogLine>{{2, "write protect!!!  " + where("data", handle) + ", length: 8"}}));
+}
+
+TEST_F(SetEndOfFileTest, TheNilHandleIsLeftToTheSystemIfItIsInTheTable) {
+    m_map.m_handleManage->InsertHandleByName(-1, "nil", HANDLE_TYPE_FILE);
+
+    expectFailure(call(ZrsfSetEndOfFile, setEndOfFileRequest(-1, 5)), -4);
+
+    EXPECT_TRUE(m_log.has(2, "file set size error.  size: 5, errno: " + std::to_string(EBADF)));
+    m_map.m_handleManage->RemoveHandle(-1);
+}
+
+TEST_F(SetEndOfFileTest, TheHandleComesBeforeWriteProtectionAndThatBeforeThePolicy) {
+    const std::int64_t handle = openFile("data");
+    m_map.m_bWritable = 0;
+    allow(false, 0);
+    expectFailure(call(ZrsfSetEndOfFile, setEndOfFileRequest(4711, 5)), -2);
+    expectFailure(call(ZrsfSetEndOfFile, setEndOfFileRequest(handle, 5)), -113);
 }
 
 // Descriptor 0 cannot be queried, but its size can be set.

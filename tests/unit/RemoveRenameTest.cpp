@@ -1,18 +1,15 @@
-// The requests that remove objects and give them other names.
+// The requests that remove objects and give them other names. What they make of file systems that
+// refuse is in linux/FailingFileSystemTest.cpp.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <thread>
 
 #include "linux/comm/Funcdef.h"
 #include "support/HandlerFixture.h"
-#include "support/MountNamespace.h"
-#include "support/SyscallFault.h"
-#include "support/WaitUntil.h"
 
 namespace {
 
-constexpr char kNoFaults[] = "this machine does not let a thread filter its system calls";
 constexpr std::uint32_t kRemoveFile = 0x1;
 constexpr std::uint32_t kRemoveFolder = 0x2;
 
@@ -26,6 +23,11 @@ protected:
         if (reply.size() < 24) return 1;
         EXPECT_EQ(cbBufferOf(reply), 0U);
         return statusOf(reply);
+    }
+
+    static std::string backslashed(std::string path) {
+        std::ranges::replace(path, '/', '\\');
+        return path;
     }
 
     bool exists(const std::string& name) const {
@@ -97,6 +99,21 @@ TEST_F(RemoveTest, RemovesWhatIsOpen) {
     EXPECT_NE(record(handle), nullptr);
 }
 
+// Where the map shows the whole file system, letter case is repaired.
+TEST_F(RemoveTest, RemovesTheFileThatDiffersInLetterCase) {
+    m_dir.file("Mixed");
+    serve("/.");
+    EXPECT_EQ(remove(backslashed(m_dir.str("mIXED"))), 0);
+    EXPECT_FALSE(exists("Mixed"));
+    EXPECT_TRUE(m_log.contains(ZLOG_LEVEL_INFO, "path: /." + m_dir.str("Mixed") + ", flag"));
+}
+
+TEST_F(RemoveTest, GoesOnWithAPathThatCannotBeRepaired) {
+    m_dir.file("Mixed");  // on this map the search starts at the root and finds nothing
+    EXPECT_EQ(remove("\\mIXED"), -102);
+    EXPECT_TRUE(exists("Mixed"));
+}
+
 TEST_F(RemoveTest, RefusesEverythingOnAReadOnlyMap) {
     m_map.m_bWritable = 0;
     m_dir.file("f");
@@ -126,51 +143,6 @@ TEST_F(RemoveTest, SendsNothingWhenTheFolderCannotBeCopied) {
     m_map.m_clientFolder_size = 1025;
     EXPECT_TRUE(call(ZrsfRemove, removeRequest("\\f")).empty());
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "memcpy_s failed, err = 162"));
-}
-
-TEST_F(RemoveTest, AnswersSuccessWhenABusyObjectIsGoneInTheEnd) {
-    m_dir.file("f");
-    int status = 1;
-    bool ran = false;
-    std::thread requests([&] {
-        ran = runWithFaults({{SyscallFault::Call::Unlink, 130}},
-                            [&] { status = remove("\\f", kRemoveFile); });
-    });
-    waitUntil([&] { return m_log.has(ZLOG_LEVEL_INFO, "flag & SHFL_REMOVE_FILE: 0x1"); },
-              std::chrono::seconds(2));
-    std::filesystem::remove(m_dir.path() / "f");
-    requests.join();
-    if (!ran) GTEST_SKIP() << kNoFaults;
-
-    EXPECT_EQ(status, 0);
-    const std::string path = m_dir.str("f");
-    EXPECT_TRUE(m_log.contains(ZLOG_LEVEL_INFO, "pRealFilePath : " + path + " is not exist. i = "));
-    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "remove error!!!   nameLength: 4, path: " + path +
-                                                ", flag: 0x1, errno: 0"));
-}
-
-TEST_F(RemoveTest, LooksAtOnceWhetherABusyObjectIsGone) {
-    int status = 1;
-    if (!runWithFaults({{SyscallFault::Call::Unlink, 130}}, [&] { status = remove("\\f"); })) {
-        GTEST_SKIP() << kNoFaults;
-    }
-    EXPECT_EQ(status, 0);
-    EXPECT_TRUE(
-        m_log.has(ZLOG_LEVEL_INFO, "pRealFilePath : " + m_dir.str("f") + " is not exist. i = 0"));
-}
-
-TEST_F(RemoveTest, GivesUpOnABusyObjectThatStays) {
-    m_dir.file("f");
-    int status = 1;
-    // The pauses fail as well, so that the tries follow each other at once.
-    const bool ran =
-        runWithFaults({{SyscallFault::Call::Unlink, 130}, {SyscallFault::Call::Sleep, EINTR}},
-                      [&] { status = remove("\\f"); });
-    if (!ran) GTEST_SKIP() << kNoFaults;
-    EXPECT_EQ(status, -35);
-    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "remove error!!!   nameLength: 4, path: " +
-                                                m_dir.str("f") + ", flag: 0x0, errno: 130"));
-    EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_INFO, "is not exist"));
 }
 
 TEST_F(RemoveTest, SurvivesARequestCutShortAtEveryLengthAndEveryLengthField) {
@@ -253,6 +225,39 @@ TEST_F(RenameTest, TakesTheNameOfADanglingLink) {
     EXPECT_EQ(readFile(m_dir.str("b")), "new");
 }
 
+TEST_F(RenameTest, TakesANameThatCannotBeLookedAt) {
+    m_dir.file("a", "new");
+    std::filesystem::create_symlink("b", m_dir.str("b"));  // leads to itself
+    EXPECT_EQ(rename("\\a", "\\b"), 0);
+    EXPECT_EQ(readFile(m_dir.str("b")), "new");
+}
+
+TEST_F(RenameTest, RepairsTheLetterCaseOfBothPathsAndKeepsThatOfANewName) {
+    m_dir.file("Mixed", "text");
+    m_dir.folder("Folder");
+    serve("/.");
+    EXPECT_EQ(rename(backslashed(m_dir.str("mIXED")), backslashed(m_dir.str("fOLDER/nEW"))), 0);
+    EXPECT_EQ(readFile(m_dir.str("Folder/nEW")), "text");
+}
+
+TEST_F(RenameTest, RefusesANameThatDiffersInLetterCaseOnly) {
+    m_dir.file("Mixed");
+    serve("/.");
+    const std::string from = backslashed(m_dir.str("Mixed"));
+    const std::string to = backslashed(m_dir.str("mIXED"));
+    EXPECT_EQ(rename(from, to), -105);
+    EXPECT_EQ(rename(from, to, kRenameReplace), 0);  // of the file onto itself
+    EXPECT_TRUE(exists("Mixed"));
+    EXPECT_FALSE(exists("mIXED"));
+}
+
+TEST_F(RenameTest, BuildsBothPathsBeforeItLooksAtWriteProtection) {
+    m_map.m_bWritable = 0;
+    Request badTarget = renameRequest("\\a", "\\b");
+    badTarget[23] = static_cast<char>(0xDC);
+    EXPECT_EQ(answer(ZrsfRename, badTarget), -2);
+}
+
 TEST_F(RenameTest, DoesNotReplaceAFolderThatIsNotEmpty) {
     m_dir.folder("a");
     m_dir.folder("b/inner");
@@ -267,18 +272,6 @@ TEST_F(RenameTest, AnswersAMissingSource) {
     EXPECT_EQ(rename("\\a", "\\b"), -102);
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_WARNING, "rename with replace flag, but error. errno: 2"));
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_INFO, endLine("a", "b", ", flag: 0x0, rc: -102")));
-}
-
-TEST_F(RenameTest, AnswersNotSameDeviceAcrossFileSystems) {
-    inMountNamespace([&](const std::string& folder) {
-        folder.copy(m_map.m_clientFolder, sizeof m_map.m_clientFolder - 1);
-        m_map.m_clientFolder[folder.size()] = '\0';
-        m_map.m_clientFolder_size = static_cast<std::uint16_t>(folder.size() + 1);
-        std::filesystem::create_directory(folder + "/a");
-        mountTmpfs(folder + "/other");
-        EXPECT_EQ(rename("\\a", "\\other\\b"), -119);
-        EXPECT_TRUE(std::filesystem::exists(folder + "/a"));
-    });
 }
 
 TEST_F(RenameTest, RefusesEverythingOnAReadOnlyMap) {

@@ -149,6 +149,11 @@ void bindMount(const std::string& source, const std::string& path) {
     check(mount(source.c_str(), path.c_str(), nullptr, MS_BIND, nullptr), "bind mount", path);
 }
 
+void remountReadOnly(const std::string& path) {
+    constexpr unsigned long kFlags = MS_REMOUNT | MS_RDONLY | MS_NODEV | MS_NOSUID;
+    check(mount(nullptr, path.c_str(), nullptr, kFlags, nullptr), "remount", path);
+}
+
 void moveMount(const std::string& from, const std::string& to) {
     std::filesystem::create_directories(to);
     check(mount(from.c_str(), to.c_str(), nullptr, MS_MOVE, nullptr), "move mount", to);

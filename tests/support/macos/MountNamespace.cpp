@@ -16,6 +16,9 @@ void mountTmpfs(const std::string& /*path*/) {
 void bindMount(const std::string& /*source*/, const std::string& /*path*/) {
     std::abort();
 }
+void remountReadOnly(const std::string& /*path*/) {
+    std::abort();
+}
 void moveMount(const std::string& /*from*/, const std::string& /*to*/) {
     std::abort();
 }
