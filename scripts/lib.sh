@@ -29,8 +29,8 @@ as_root() {
 # The packages of one purpose: build, test, bench, check.
 debian_packages() {
     case $1 in
-        build) echo g++ cmake ninja-build libcli11-dev ;;
-        test) echo libgtest-dev libgmock-dev libfuse3-dev pkgconf procps openssh-sftp-server ;;
+        build) echo g++ cmake ninja-build libcli11-dev libfuse3-dev fuse3 pkgconf ;;
+        test) echo libgtest-dev libgmock-dev procps openssh-sftp-server ;;
         bench) echo libbenchmark-dev libgtest-dev libgmock-dev openssh-sftp-server ;;
         check) echo clang lld llvm libclang-rt-dev clang-format-14 clang-tidy-14 libbenchmark-dev ;;
     esac

@@ -99,7 +99,27 @@ void addCommands(CLI::App& app, Options& options) {
     CLI::App* rm = addCommand(app, options, Command::kRemove, "rm", "Remove files");
     rm->add_option("PATH", options.paths, "DRIVE/path")->required();
     rm->add_flag("-d,--dir", options.removeFolders, "Remove empty folders too");
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
+}
+
+void addMountOptions(CLI::App& app, Options& options) {
+    app.add_option("MOUNTPOINT", options.mountPoint, "A folder to mount the drives on");
+    app.add_flag("-f,--foreground", options.foreground, "Mount without going to the background");
+    app.add_option("-o", options.mountOptions,
+                   "Options of the mount, such as ro,uid=1000; the man page lists them")
+        ->allow_extra_args(false)
+        ->take_all();
+}
+
+// A folder to mount on, or a command, and not both.
+void checkWhatToDo(const CLI::App& app, Options& options) {
+    const bool mounts = !options.mountPoint.empty();
+    if (!app.get_subcommands().empty()) {
+        if (mounts) throw CLI::ExtrasError({options.mountPoint});
+        return;
+    }
+    if (!mounts) throw CLI::RequiredError("A MOUNTPOINT or a command");
+    options.command = Command::kMount;
 }
 
 int report(const CLI::App& app, const CLI::Error& error) {
@@ -114,10 +134,12 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     Options options;
     Lists lists;
     double seconds = 30;
-    CLI::App app{"Browses the drives that are offered at the other end of a channel.", "fdmount"};
+    CLI::App app{"Mounts or browses the drives that are offered at the other end of a channel.",
+                 "fdmount"};
     app.set_version_flag("--version", std::string("fdmount ") + ZFD_VERSION);
     app.add_option("CHANNEL", options.channel, "unix:PATH, or exec:COMMAND to start one")
         ->required();
+    addMountOptions(app, options);
     app.add_option("--timeout", seconds, "Seconds to wait for an answer (default 30)")
         ->check(CLI::Range(0.01, 86400.0));
     app.add_flag("--trace", options.trace, "Write each message, decoded, to standard error");
@@ -126,6 +148,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
 
     try {
         app.parse(argc, argv);
+        checkWhatToDo(app, options);
         if (!peer::isEndpoint(options.channel)) {
             throw CLI::ValidationError(options.channel, "is neither unix:PATH nor exec:COMMAND");
         }

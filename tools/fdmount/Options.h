@@ -10,16 +10,19 @@
 
 namespace fdmount {
 
-enum class Command { kDrives, kList, kStat, kGet, kPut, kRemove };
+enum class Command { kMount, kDrives, kList, kStat, kGet, kPut, kRemove };
 
 struct Options {
     std::string channel;
     Command command = Command::kDrives;
-    std::vector<std::string> paths;  // of the command, in the order of its arguments
-    bool longForm = false;           // ls
-    bool all = false;                // ls
-    bool removeFolders = false;      // rm
-    bool quiet = false;              // get, put: no progress
+    std::string mountPoint;                 // kMount
+    std::vector<std::string> mountOptions;  // kMount: lists of words
+    bool foreground = false;                // kMount
+    std::vector<std::string> paths;         // of the command, in the order of its arguments
+    bool longForm = false;                  // ls
+    bool all = false;                       // ls
+    bool removeFolders = false;             // rm
+    bool quiet = false;                     // get, put: no progress
     bool trace = false;
     std::chrono::milliseconds timeout{30000};
     peer::windows::Policy policy;

@@ -9,8 +9,8 @@
 #include <thread>
 #include <utility>
 
-#include "peer/WakePipe.h"
 #include "peer/Errors.h"
+#include "peer/WakePipe.h"
 
 namespace fdmount {
 

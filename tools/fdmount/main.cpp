@@ -6,6 +6,7 @@
 
 #include "fdmount/Client.h"
 #include "fdmount/Commands.h"
+#include "fdmount/MountCommand.h"
 #include "fdmount/Options.h"
 #include "fdmount/Signals.h"
 #include "peer/Text.h"
@@ -16,6 +17,8 @@ namespace {
 
 int run(Client& client) {
     switch (client.options().command) {
+        case Command::kMount:
+            break;  // is no command over one client: see main
         case Command::kDrives:
             return showDrives(client);
         case Command::kList:
@@ -61,6 +64,11 @@ int main(int argc, char** argv) {
     const auto options = fdmount::parseOptions(argc, argv, exitCode);
     if (!options) return exitCode;
     peer::ignoreBrokenPipes();
+    if (options->command == fdmount::Command::kMount) {
+        const int result = fdmount::mountDrives(*options);
+        std::fflush(nullptr);
+        std::_Exit(result);
+    }
     fdmount::handleStopSignals();
 
     // The thread that waits for signals lives until here and no longer.

@@ -59,7 +59,7 @@ struct Data {
     View bytes;
 };
 
-// An open file, closed with its owner.
+// An open file, closed with its owner. It follows a rename that goes through the same drive.
 class File {
 public:
     // Waits for the answer. Called once, on any thread; until then the file must live.
