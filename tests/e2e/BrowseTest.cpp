@@ -137,7 +137,7 @@ TEST_F(BrowseTest, TraceShowsEachMessageBothWays) {
 TEST_F(BrowseTest, WrongUsageHasItsExitCode) {
     EXPECT_EQ(run({FDMOUNT}, {}).exitCode, 2);
     EXPECT_EQ(run({FDMOUNT, "http://x", "drives"}, {}).exitCode, 2);
-    EXPECT_EQ(run({FDMOUNT, "unix:/x", "fly"}, {}).exitCode, 2);
+    EXPECT_EQ(run({FDMOUNT, "unix:/x", "fly", "away"}, {}).exitCode, 2);
     EXPECT_EQ(run({FDMOUNT, "unix:/x", "get"}, {}).exitCode, 2);
     EXPECT_EQ(run({FDSHARE}, {}).exitCode, 2);
     EXPECT_EQ(run({FDSHARE, "--stdio", "--listen", "unix:/x"}, {}).exitCode, 2);

@@ -31,7 +31,7 @@ std::vector<std::string> Drives::update(const std::vector<peer::Offer>& offers) 
                                        [&](const Pointer& d) { return d->id() == offer.id; });
         if (known || !canBeMounted(offer)) continue;
         const std::string& name = m_names.take(offer.id, offer.name);
-        m_drives.push_back(std::make_shared<MountedDrive>(offer.id, name, offer.files));
+        m_drives.push_back(std::make_shared<MountedDrive>(offer.id, name, offer.files, m_fresh));
         changed.push_back(name);
     }
     return changed;

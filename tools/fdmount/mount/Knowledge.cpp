@@ -15,10 +15,6 @@ constexpr std::size_t kMostNames = 20000;  // in one folder
 constexpr std::size_t kEntriesPerQuestion = 64;
 constexpr std::size_t kLeastQuestions = 8;
 
-bool isFresh(Knowledge::Clock::time_point learned) {
-    return Knowledge::Clock::now() - learned < Knowledge::kFresh;
-}
-
 std::string joined(const std::string& folder, const std::string& name) {
     return folder.empty() ? name : folder + "/" + name;
 }

@@ -27,8 +27,8 @@ public:
     using Clock = std::chrono::steady_clock;
     using Stamp = std::uint64_t;
 
-    // How long something is taken as true.
-    static constexpr std::chrono::seconds kFresh{2};
+    // `fresh`: how long something is taken as true.
+    explicit Knowledge(Clock::duration fresh) : m_fresh(fresh) {}
 
     // Taken before a question is sent.
     Stamp stamp() const;
@@ -71,6 +71,7 @@ private:
         std::size_t entries = 0;  // when it was listed last
     };
 
+    bool isFresh(Clock::time_point learned) const { return Clock::now() - learned < m_fresh; }
     void keepWithinBounds();
     void forget(const std::string& path);
     void forgetWithin(const std::string& path);
@@ -78,6 +79,7 @@ private:
     void nameAppears(const std::string& path);
     void nameVanishes(const std::string& path);
 
+    const Clock::duration m_fresh;
     mutable std::mutex m_mutex;  // guards everything below
     Stamp m_changes = 0;
     std::unordered_map<std::string, Object> m_objects;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -38,6 +39,14 @@ peer::Time timeOf(const struct timespec& time, peer::Time unchanged) {
     return given.tv_sec * kSecond + given.tv_nsec;
 }
 
+// What is taken as true here adds to the time for which the kernel does.
+Knowledge::Clock::duration freshness(const MountOptions& options) {
+    constexpr double kMost = 2;
+    const double seconds = std::min({kMost, options.attributeTimeout, options.entryTimeout});
+    return std::chrono::duration_cast<Knowledge::Clock::duration>(
+        std::chrono::duration<double>(seconds));
+}
+
 struct timespec now() {
     struct timespec time {};
     ::clock_gettime(CLOCK_REALTIME, &time);
@@ -51,7 +60,8 @@ Mount::Mount(const MountOptions& options, Ended ended)
       m_ended(std::move(ended)),
       m_uid(options.uid.value_or(::getuid())),
       m_gid(options.gid.value_or(::getgid())),
-      m_since(now()) {}
+      m_since(now()),
+      m_drives(freshness(options)) {}
 
 int Mount::errorOf(const char* path) const {
     try {

@@ -16,8 +16,9 @@ namespace fdmount {
 
 class MountedDrive {
 public:
-    MountedDrive(std::uint32_t id, std::string name, std::shared_ptr<peer::FileSystem> files)
-        : m_id(id), m_name(std::move(name)), m_files(std::move(files)) {}
+    MountedDrive(std::uint32_t id, std::string name, std::shared_ptr<peer::FileSystem> files,
+                 Knowledge::Clock::duration fresh)
+        : m_id(id), m_name(std::move(name)), m_files(std::move(files)), m_knowledge(fresh) {}
 
     std::uint32_t id() const { return m_id; }
     const std::string& name() const { return m_name; }
