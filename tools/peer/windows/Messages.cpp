@@ -256,8 +256,12 @@ Created parseCreated(View message) {
     return created;
 }
 
+std::int32_t statusOf(View message) {
+    return openResult(message, "result").status;
+}
+
 void parseStatus(View message) {
-    requireSuccess(openResult(message, "result").status);
+    requireSuccess(statusOf(message));
 }
 
 View parseRead(View message, std::uint32_t asked) {

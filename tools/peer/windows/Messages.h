@@ -59,6 +59,7 @@ struct Created {
     std::int32_t outcome() const;
 };
 Created parseCreated(View result);
+std::int32_t statusOf(View result);
 void parseStatus(View result);
 
 // The bytes read: a view into `result`. `asked` is what the request had as its length.

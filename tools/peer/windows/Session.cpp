@@ -43,15 +43,30 @@ public:
 Session::Session(Channel& channel, Options options)
     : m_channel(channel),
       m_options(std::move(options)),
-      m_policyWord(m_options.policy.word),
       m_resizable(m_options.policy.setEndOfFile == 1),
       m_lastNews(Clock::now()) {
     m_receiver = std::thread([this] { receiveLoop(); });
 }
 
 Session::~Session() {
+    close();
+}
+
+void Session::close() {
+    if (!m_receiver.joinable()) return;
     m_channel.interrupt();
     m_receiver.join();
+    const std::lock_guard lastSend(m_submitMutex);
+}
+
+std::string Session::ending() const {
+    const std::lock_guard lock(m_mutex);
+    if (!m_end) return {};
+    try {
+        std::rethrow_exception(m_end);
+    } catch (const std::exception& error) {
+        return error.what();
+    }
 }
 
 void Session::receiveLoop() {
@@ -72,6 +87,7 @@ void Session::end(std::exception_ptr why) {
     const std::lock_guard lock(m_mutex);
     m_end = std::move(why);
     wakeAllLocked();
+    if (m_options.driveListener) m_options.driveListener();
 }
 
 void Session::wakeAllLocked() {
@@ -197,7 +213,6 @@ void Session::sendPolicy(const Policy& policy) {
         trace(Direction::kToDrives, message);
         m_lastNews = Clock::now();
     }
-    m_policyWord = policy.word;
     m_resizable = policy.setEndOfFile == 1;
     m_channel.send(message);
 }

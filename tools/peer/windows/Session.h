@@ -43,7 +43,8 @@ public:
     // A message leaves or has come. Called with a lock held: it must not call back.
     using TraceSink = std::function<void(const std::string& line)>;
 
-    // The drives changed: see drives(). Called on the receiving thread.
+    // The drives changed: see drives(), or the session has ended. Called on the receiving thread
+    // with a lock held: it must not call back.
     using DriveListener = std::function<void()>;
 
     struct Options {
@@ -61,7 +62,6 @@ public:
     // The channel outlives the session.
     Session(Channel& channel, Options options);
 
-    // Interrupts the channel for good and waits for the receiving thread.
     ~Session();
 
     Session(const Session&) = delete;
@@ -70,10 +70,14 @@ public:
     // Waits for the handshake and answers with the policy. Once, before everything else.
     void open();
 
-    void sendPolicy(const Policy& policy);
+    // Interrupts the channel for good and waits for the receiving thread. Every operation fails
+    // from here on, and none touches the channel.
+    void close();
 
-    // Whether the policy forbids all changes.
-    bool isReadOnly() const { return (m_policyWord & kReadOnly) != 0; }
+    // Why the session has ended, in words; empty while it goes on.
+    std::string ending() const;
+
+    void sendPolicy(const Policy& policy);
 
     // Whether the policy lets sizes be changed, up to its bound.
     bool isResizable() const { return m_resizable; }
@@ -141,8 +145,7 @@ private:
 
     Channel& m_channel;
     const Options m_options;
-    std::atomic<std::uint32_t> m_policyWord;  // as it was sent last
-    std::atomic<bool> m_resizable;            // likewise
+    std::atomic<bool> m_resizable;  // by the policy that was sent last
     std::thread m_receiver;
 
     mutable std::mutex m_mutex;         // guards everything below

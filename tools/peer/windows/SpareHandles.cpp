@@ -26,9 +26,9 @@ SpareHandles::~SpareHandles() {
     closeAll(m_spares);
 }
 
-Session::Ticket SpareHandles::open() {
+Session::Ticket SpareHandles::open(const std::string& folder) {
     return m_session->submit(createRequest(
-        m_map, wirePath(""), kDirectory | kOpenIfExists | kFailIfNew | kAccessRead, 0));
+        m_map, wirePath(folder), kDirectory | kOpenIfExists | kFailIfNew | kAccessRead, 0));
 }
 
 RemoteHandle SpareHandles::opened(const Session::Ticket& ticket) {
@@ -41,26 +41,35 @@ RemoteHandle SpareHandles::opened(const Session::Ticket& ticket) {
 
 RemoteHandle SpareHandles::take() {
     Session::Ticket ticket;
+    std::string folder;
     {
         const std::lock_guard lock(m_mutex);
         m_lastUse = Clock::now();
+        folder = m_folder;
         if (!m_spares.empty()) {
             ticket = std::move(m_spares.front());
             m_spares.pop_front();
         }
     }
-    return opened(ticket ? ticket : open());
+    return opened(ticket ? ticket : open(folder));
 }
 
 void SpareHandles::order() {
+    std::string folder;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_ended || m_spares.size() >= kMostSpares) return;
+        if (m_spares.size() >= kMostSpares) return;
+        folder = m_folder;
     }
-    Session::Ticket ticket = open();
+    Session::Ticket ticket = open(folder);
     const std::lock_guard lock(m_mutex);
     m_spares.push_back(std::move(ticket));
     if (m_spares.size() == 1) m_changed.notify_all();
+}
+
+void SpareHandles::openAt(std::string_view folder) {
+    const std::lock_guard lock(m_mutex);
+    m_folder = folder;
 }
 
 void SpareHandles::tidy() {

@@ -19,8 +19,10 @@ namespace {
 
 constexpr std::size_t kListsInFlight = 4;
 constexpr std::size_t kMaxEntries = 50'000'000;  // of one folder: more is an endless one
+constexpr std::size_t kImpossibleName = 300;     // longer than any file system allows
 constexpr std::uint32_t kExisting = kOpenIfExists | kFailIfNew;
 constexpr std::uint32_t kTruncated = kOverwriteIfExists | kFailIfNew;
+constexpr std::uint32_t kSearchable = 0111;
 constexpr std::uint32_t kPermissions = 0777;
 constexpr std::uint32_t kTypeMask = 0170000;
 constexpr std::uint32_t kRegularType = 0100000;
@@ -89,8 +91,22 @@ Bytes WindowsFileSystem::listedPath(std::string_view path) const {
     return listed;
 }
 
-void WindowsFileSystem::requireWritable() const {
-    if (m_session->isReadOnly()) refuse(EROFS, "the drive is offered for reading only");
+// A create on a drive that cannot be written is refused like one that lacks a permission. A rename
+// is refused for that reason before anything else is looked at, and this one can do nothing more.
+bool WindowsFileSystem::isProtected() {
+    Protection protection = m_protection;
+    if (protection == Protection::kUnknown) {
+        const Bytes noName = *utf16FromUtf8('\\' + std::string(kImpossibleName, 'x'));
+        const Bytes result = m_session->ask(renameRequest(m_map, noName, noName, kRenameFile));
+        protection = statusOf(result) == kWriteProtect ? Protection::kReadOnly : Protection::kNone;
+        m_protection = protection;
+    }
+    return protection == Protection::kReadOnly;
+}
+
+void WindowsFileSystem::requireWritable() {
+    const bool isReadOnly = checked([this] { return isProtected(); });
+    if (isReadOnly) refuse(EROFS, "the drive cannot be written");
 }
 
 RemoteHandle WindowsFileSystem::opened(std::string_view path, std::uint32_t flags,
@@ -130,24 +146,54 @@ ObjectInfo WindowsFileSystem::lookUp(std::string_view path) {
     return info;
 }
 
+// A machine that is confined by rules for paths may let a folder be opened and none above it.
+RemoteHandle WindowsFileSystem::anyHandle(std::string_view near) {
+    try {
+        return m_spares.take();
+    } catch (const StatusError&) {
+        for (const std::string_view folder : {splitLast(near).first, near, std::string_view()}) {
+            try {
+                RemoteHandle handle = opened(folder, kDirectory | kExisting | kAccessRead);
+                m_spares.openAt(folder);
+                return handle;
+            } catch (const StatusError&) {
+                continue;
+            }
+        }
+        throw;
+    }
+}
+
+// Says of a folder that cannot be opened only that it is one: the way to one that can.
+ObjectInfo WindowsFileSystem::lookUpFolder(std::string_view path) {
+    const Bytes result = m_session->ask(
+        createRequest(m_map, wirePath(path), kOpenTargetDirectory | kExisting | kAccessRead, 0));
+    Created folder = parseCreated(result);
+    if (folder.handle != kNoHandle) m_session->release(m_map, folder.handle);
+    if (folder.status == kAccessDenied && (folder.flags & kDirectory) != 0) {
+        folder.info.mode = kDosDirectory | kModeDirectory | kSearchable;
+        return folder.info;
+    }
+    if (folder.outcome() != kSuccess) throw StatusError(folder.outcome());
+    return folder.info;
+}
+
 // The listing of one object opens nothing on the way.
 ObjectInfo WindowsFileSystem::lookUpAny(std::string_view path) {
     const Bytes name = exactPath(path);
+    if (path.empty()) return lookUpFolder(path);
     if (path.ends_with('*')) return searchFor(path);
-    if (path.empty()) {
-        const Created folder = m_session->open(m_map, "", kDirectory | kExisting | kAccessRead);
-        m_session->release(m_map, folder.handle);
-        return folder.info;
-    }
     Session::Ticket ticket;
-    {
-        const RemoteHandle any = m_spares.take();
+    try {
+        const RemoteHandle any = anyHandle(path);
         ticket =
             m_session->submit(listRequest(m_map, any.value(), name, kListReturnOne, kListLimit));
+    } catch (const StatusError& error) {
+        if (error.status() != kAccessDenied) throw;
+        return lookUpFolder(path);
     }
     m_spares.order();
-    const Bytes result = m_session->wait(ticket);
-    const Listing listing = parseListing(result);
+    const Listing listing = parseListing(m_session->wait(ticket));
     if (listing.entries.empty()) throw StatusError(kStatusFileNotFound);
     return listing.entries.front().info;
 }
@@ -178,7 +224,7 @@ Listing WindowsFileSystem::firstPart(const Session::Ticket& ticket, std::string_
 void WindowsFileSystem::listEntries(std::string_view path,
                                     const std::function<void(std::vector<Entry>)>& take) {
     const Bytes name = listedPath(path);
-    const RemoteHandle any = m_spares.take();
+    const RemoteHandle any = anyHandle(path);
     std::deque<Session::Ticket> asked;
     const auto askMore = [&] {
         asked.push_back(m_session->submit(listRequest(m_map, any.value(), name, 0, kListLimit)));
@@ -209,14 +255,14 @@ Attributes WindowsFileSystem::stat(std::string_view path) {
 
 Volume WindowsFileSystem::volume() {
     const VolumeInfo info = checked([this] {
-        const RemoteHandle any = m_spares.take();
+        const RemoteHandle any = anyHandle("");
         return m_session->volume(m_map, any.value());
     });
     Volume volume;
     if (info.unit != 0) volume.blockSize = info.unit;
     volume.blocks = info.total / volume.blockSize;
     volume.freeBlocks = volume.availableBlocks = info.available / volume.blockSize;
-    volume.readOnly = info.readOnly || m_session->isReadOnly();
+    volume.readOnly = info.readOnly || checked([this] { return isProtected(); });
     return volume;
 }
 

@@ -7,6 +7,7 @@
 // would hold up all requests behind it.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -43,6 +44,8 @@ public:
     bool keepsTimes() const override { return true; }
 
 private:
+    enum class Protection { kUnknown, kNone, kReadOnly };
+
     RemoteHandle opened(std::string_view path, std::uint32_t flags, std::uint32_t mode = 0);
     RemoteHandle openedFile(std::string_view path, std::uint32_t flags);
     RemoteHandle openedForChange(std::string_view path);
@@ -51,15 +54,19 @@ private:
     bool isWholeTree() const;
     ObjectInfo lookUp(std::string_view path);
     ObjectInfo lookUpAny(std::string_view path);
+    RemoteHandle anyHandle(std::string_view near);
+    ObjectInfo lookUpFolder(std::string_view path);
     ObjectInfo searchFor(std::string_view path);
     std::uint32_t typeOf(std::string_view path);
     bool isChangeable(std::string_view path);
     void listEntries(std::string_view path, const std::function<void(std::vector<Entry>)>& take);
     Listing firstPart(const Session::Ticket& ticket, std::string_view path);
-    void requireWritable() const;
+    bool isProtected();
+    void requireWritable();
 
     const std::shared_ptr<Session> m_session;
     const std::uint8_t m_map;
+    std::atomic<Protection> m_protection{Protection::kUnknown};
     KnownKinds m_kinds;
     SpareHandles m_spares;  // last, since its thread uses what stands before it
 };
