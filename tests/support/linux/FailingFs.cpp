@@ -185,6 +185,7 @@ void FailingFs::Core::mount(const std::string& mountPoint) {
     const fuse_operations calls = operations();
     errno = 0;
     fs = fuse_new(&arguments, &calls, sizeof calls, this);
+    fuse_opt_free_args(&arguments);  // the call has made a copy of its own
     if (fs == nullptr) give("fuse_new");
     if (fuse_mount(fs, mountPoint.c_str()) != 0) give("fuse_mount");
     wakeFd = eventfd(0, EFD_CLOEXEC);
