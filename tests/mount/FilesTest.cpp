@@ -67,6 +67,15 @@ TEST_F(FilesTest, AFolderIsListedInOneExchangeWithTheAttributesOfAll) {
     EXPECT_EQ(m_files->asked("stat"), 0);
 }
 
+TEST_F(FilesTest, ADriveThatWasListedAndChangedIsStillThere) {
+    mountData();
+    EXPECT_TRUE(namesIn(m_point + "/Data").empty());
+    EXPECT_EQ(::mkdir(at("folder").c_str(), 0755), 0);
+    EXPECT_TRUE(S_ISDIR(statOf(m_point + "/Data").st_mode));
+    EXPECT_EQ(::rmdir(at("folder").c_str()), 0);
+    EXPECT_TRUE(namesIn(m_point + "/Data").empty());
+}
+
 class CrowdedFileSystem : public LocalFileSystem {
 public:
     using LocalFileSystem::LocalFileSystem;

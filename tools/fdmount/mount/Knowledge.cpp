@@ -85,6 +85,7 @@ std::optional<peer::Attributes> Knowledge::roughAttributes(const std::string& pa
 }
 
 bool Knowledge::isAbsent(const std::string& path) const {
+    if (path.empty()) return false;  // the drive itself, which is in no folder of its own
     const std::lock_guard lock(m_mutex);
     const auto folder = m_folders.find(std::string(folderOf(path)));
     return folder != m_folders.end() && isFresh(folder->second.learned) &&
