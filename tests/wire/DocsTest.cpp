@@ -75,6 +75,7 @@ protected:
     void play(const char* name, bool (*isWithdrawal)(const HexDump&)) {
         if (!std::filesystem::is_directory(kParent)) GTEST_SKIP() << "there is no " << kParent;
         inMountNamespace([&](const std::string&) {
+            umask(022);  // the modes in the dumps are those of an ordinary session
             mountDrive();
             m_client.Init(m_channel.wholeWriter(), m_channel.metric());
             m_client.Start();
