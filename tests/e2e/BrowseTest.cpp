@@ -1,5 +1,6 @@
 // drives, ls, stat and rm, from program to program.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
@@ -12,24 +13,24 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-class BrowseTest : public ToolsFixture {};
+class BrowseTest : public InEachDialect {};
 
-TEST_F(BrowseTest, DrivesShowsEachSharedFolder) {
+TEST_P(BrowseTest, DrivesShowsEachSharedFolder) {
     start({m_share, m_folder.folder("More")});
 
     const Outcome outcome = fdmount({"drives"});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
-    EXPECT_THAT(outcome.out, HasSubstr("\nMac-Data  disk"));
-    EXPECT_THAT(outcome.out, HasSubstr("\nMac-More  disk"));
+    EXPECT_THAT(outcome.out, HasSubstr("\n" + m_drive + "  disk"));
+    EXPECT_THAT(outcome.out, HasSubstr("\n" + m_dialect.prefix + "More  disk"));
 }
 
-TEST_F(BrowseTest, FoldersOfOneNameBecomeDrivesOfTheirOwn) {
+TEST_P(BrowseTest, FoldersOfOneNameBecomeDrivesOfTheirOwn) {
     start({m_share, m_folder.folder("other/Data")});
 
-    EXPECT_EQ(fdmount({"ls"}).out, "Mac-Data\nMac-Data 2\n");
+    EXPECT_EQ(fdmount({"ls"}).out, m_drive + "\n" + m_drive + " 2\n");
 }
 
-TEST_F(BrowseTest, LsShowsTenThousandEntries) {
+TEST_P(BrowseTest, LsShowsTenThousandEntries) {
     constexpr int kCount = 10000;
     std::string expected;
     std::vector<std::string> names;
@@ -41,103 +42,130 @@ TEST_F(BrowseTest, LsShowsTenThousandEntries) {
     for (const std::string& name : names) expected += name + "\n";
     share();
 
-    const Outcome outcome = fdmount({"ls", "Mac-Data"});
+    const Outcome outcome = fdmount({"ls", m_drive});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_TRUE(outcome.out == expected) << outcome.out.substr(0, 200);
 }
 
-TEST_F(BrowseTest, LsInLongFormShowsModeAttributesSizeAndTime) {
+TEST_P(BrowseTest, LsInLongFormShowsModeAttributesSizeAndTime) {
     ::chmod(m_folder.file("Data/read-only", "12345").c_str(), 0444);
     ::chmod(m_folder.folder("Data/sub").c_str(), 0755);
     share();
 
-    const Outcome outcome = fdmount({"ls", "-l", "Mac-Data"});
-    EXPECT_THAT(outcome.out,
-                ::testing::ContainsRegex("-r--r--r-- R----- +5 2[0-9-]+ [0-9:]+ read-only\n"));
-    EXPECT_THAT(outcome.out,
-                ::testing::ContainsRegex("drwxr-xr-x ---D-- +[0-9]+ 2[0-9-]+ [0-9:]+ sub\n"));
+    const auto attributes = [this](const std::string& text) {
+        return m_dialect.tellsAttributes ? text + " " : "";
+    };
+    const Outcome outcome = fdmount({"ls", "-l", m_drive});
+    EXPECT_THAT(outcome.out, ::testing::ContainsRegex("-r--r--r-- " + attributes("R-----") +
+                                                      " *5 2[0-9-]+ [0-9:]+ read-only\n"));
+    EXPECT_THAT(outcome.out, ::testing::ContainsRegex("drwxr-xr-x " + attributes("---D--") +
+                                                      " *[0-9]+ 2[0-9-]+ [0-9:]+ sub\n"));
 }
 
-TEST_F(BrowseTest, LsTakesNamesWithNewlinesBlanksAndOtherScripts) {
+TEST_P(BrowseTest, LsTakesNamesWithNewlinesBlanksAndOtherScripts) {
     m_folder.file("Data/a\nb");
     m_folder.file("Data/two words");
     m_folder.file("Data/\u65E5\u672C \U0001F600");
     share();
 
-    EXPECT_EQ(fdmount({"ls", "Mac-Data"}).out, "a\nb\ntwo words\n\u65E5\u672C \U0001F600\n");
+    EXPECT_EQ(fdmount({"ls", m_drive}).out, "a\nb\ntwo words\n\u65E5\u672C \U0001F600\n");
 }
 
-TEST_F(BrowseTest, LsOfAFileShowsTheFile) {
+TEST_P(BrowseTest, LsOfAFileShowsTheFile) {
     m_folder.file("Data/one");
     share();
-    EXPECT_EQ(fdmount({"ls", "Mac-Data/one"}).out, "Mac-Data/one\n");
+    EXPECT_EQ(fdmount({"ls", at("one")}).out, at("one\n"));
 }
 
-TEST_F(BrowseTest, LsHidesDotFilesUnlessAsked) {
+TEST_P(BrowseTest, LsHidesDotFilesUnlessAsked) {
     m_folder.file("Data/.hidden");
     share();
-    EXPECT_EQ(fdmount({"ls", "Mac-Data"}).out, "");
-    EXPECT_EQ(fdmount({"ls", "-a", "Mac-Data"}).out, ".hidden\n");
+    EXPECT_EQ(fdmount({"ls", m_drive}).out, "");
+    EXPECT_EQ(fdmount({"ls", "-a", m_drive}).out, ".hidden\n");
 }
 
-TEST_F(BrowseTest, StatShowsAFileAndTheVolumeOfADrive) {
+TEST_P(BrowseTest, StatShowsAFileAndTheVolumeOfADrive) {
     m_folder.file("Data/one", "12345");
     share();
-    const Outcome outcome = fdmount({"stat", "Mac-Data/one", "Mac-Data"});
+    const Outcome outcome = fdmount({"stat", at("one"), m_drive});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
-    EXPECT_THAT(outcome.out, StartsWith("Name:       Mac-Data/one\nKind:       regular file\n"
+    EXPECT_THAT(outcome.out, StartsWith("Name:       " + at("one") +
+                                        "\nKind:       regular file\n"
                                         "Size:       5\n"));
     EXPECT_THAT(outcome.out, HasSubstr("Volume: "));
 }
 
-TEST_F(BrowseTest, StatOfAFifoDoesNotWaitForAWriter) {
+TEST_P(BrowseTest, StatOfAFifoDoesNotWaitForAWriter) {
     ASSERT_EQ(::mkfifo(m_folder.str("Data/fifo").c_str(), 0600), 0);
     share();
-    EXPECT_THAT(fdmount({"stat", "Mac-Data/fifo"}).out, HasSubstr("Kind:       FIFO"));
-    expectFailure(fdmount({"get", "Mac-Data/fifo", m_here}),
-                  "Mac-Data/fifo: is not a regular file");
+    EXPECT_THAT(fdmount({"stat", at("fifo")}).out, HasSubstr("Kind:       FIFO"));
+    expectFailure(fdmount({"get", at("fifo"), m_here}), at("fifo") + ": is not a regular file");
 }
 
-TEST_F(BrowseTest, RmRemovesFilesAndKeepsGoing) {
+TEST_P(BrowseTest, RmRemovesFilesAndKeepsGoing) {
     m_folder.file("Data/one");
     m_folder.file("Data/two");
     share();
-    const Outcome outcome = fdmount({"rm", "Mac-Data/one", "Mac-Data/none", "Mac-Data/two"});
-    expectFailure(outcome, "Mac-Data/none: no such file or directory (VERR_FILE_NOT_FOUND)");
+    const Outcome outcome = fdmount({"rm", at("one"), at("none"), at("two")});
+    expectFailure(outcome, at("none") + ": " + m_dialect.noFile);
     EXPECT_THAT(namesIn(m_share), IsEmpty());
 }
 
-TEST_F(BrowseTest, RmLeavesFoldersUnlessAskedAndFullOnesAnyway) {
+TEST_P(BrowseTest, RmLeavesFoldersUnlessAskedAndFullOnesAnyway) {
     m_folder.folder("Data/empty");
     m_folder.file((m_folder.folder("Data/full"), "Data/full/one"));
     share();
-    expectFailure(fdmount({"rm", "Mac-Data/empty"}), "Mac-Data/empty: is a directory");
-    EXPECT_EQ(fdmount({"rm", "-d", "Mac-Data/empty"}).exitCode, 0);
-    expectFailure(fdmount({"rm", "-d", "Mac-Data/full"}),
-                  "Mac-Data/full: directory not empty (VERR_DIR_NOT_EMPTY)");
-    expectFailure(fdmount({"rm", "Mac-Data"}), "Mac-Data: is a drive");
+    expectFailure(fdmount({"rm", at("empty")}), at("empty") + ": is a directory");
+    EXPECT_EQ(fdmount({"rm", "-d", at("empty")}).exitCode, 0);
+    expectFailure(fdmount({"rm", "-d", at("full")}), at("full") + ": " + m_dialect.notEmpty);
+    expectFailure(fdmount({"rm", m_drive}), m_drive + ": is a drive");
 }
 
-TEST_F(BrowseTest, ADriveThatIsNotOfferedIsNamed) {
+TEST_P(BrowseTest, ADriveThatIsNotOfferedIsNamed) {
     share();
-    expectFailure(fdmount({"ls", "Nope/x"}), "Nope: no such drive; offered: Mac-Data");
+    expectFailure(fdmount({"ls", "Nope/x"}), "Nope: no such drive; offered: " + m_drive);
 }
 
-TEST_F(BrowseTest, TraceShowsEachMessageBothWays) {
+TEST_P(BrowseTest, TraceShowsEachMessageBothWays) {
     m_folder.file("Data/one");
     share();
-    const Outcome outcome = fdmount({"--trace", "ls", "Mac-Data"});
+    const Outcome outcome = fdmount({"--trace", "ls", m_drive});
     EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_THAT(outcome.err, StartsWith("< handshake: version 61 (15 bytes)\n> policy: word 0x5b"));
-    EXPECT_THAT(outcome.err, HasSubstr("\n< map-add: id 0, 'Mac-Data', total "));
-    EXPECT_THAT(outcome.err, HasSubstr("'\\\\*', flags 0x0, limit 65536"));
-    EXPECT_THAT(outcome.err, HasSubstr("ended"));
+    EXPECT_THAT(outcome.err, StartsWith("< handshake: version 61 (15 bytes)\n> policy: word 0x"));
+    const std::vector<std::string> lines =
+        m_dialect.name == "windows"
+            ? std::vector<std::string>{"\n< map-add: id 0, 'Mac-Data', total ",
+                                       "'\\\\*', flags 0x0, limit 65536", "ended"}
+            : std::vector<std::string>{"\n< plug map 1: 'Data', computer 'Mac', type 0x2",
+                                       "\n> map map 1: res 0",
+                                       "\n< map-ack map 1",
+                                       "\n> readdir map 1 idx ",
+                                       ": '/', size 65536 (",
+                                       ": res 0, 1 entries: 'one' ("};
+    for (const std::string& line : lines) EXPECT_THAT(outcome.err, HasSubstr(line));
 }
 
-TEST_F(BrowseTest, WrongUsageHasItsExitCode) {
+TEST_P(BrowseTest, ASymbolicLinkIsShownAsTheDialectKnowsIt) {
+    m_folder.file("Data/one", "12345");
+    ::symlink("one", m_folder.str("Data/link").c_str());
+    m_folder.folder("Data/sub");
+    m_folder.file("Data/sub/two");
+    ::symlink("sub", m_folder.str("Data/folder").c_str());
+    share();
+    EXPECT_THAT(fdmount({"stat", at("link")}).out,
+                HasSubstr(m_dialect.name == "linux" ? "symbolic link\nTarget:     one\n"
+                                                    : "regular file\nSize:       5\n"));
+    EXPECT_EQ(fdmount({"ls", at("folder")}).out, "two\n");
+    EXPECT_EQ(fdmount({"get", at("link"), "-"}).out, "12345");
+    EXPECT_EQ(fdmount({"get", at("folder"), "-"}).err,
+              "fdmount: " + at("folder") + ": is a directory\n");
+}
+
+TEST_P(BrowseTest, WrongUsageHasItsExitCode) {
     EXPECT_EQ(run({FDMOUNT}, {}).exitCode, 2);
     EXPECT_EQ(run({FDMOUNT, "http://x", "drives"}, {}).exitCode, 2);
     EXPECT_EQ(run({FDMOUNT, "unix:/x", "fly", "away"}, {}).exitCode, 2);
+    EXPECT_EQ(run({FDMOUNT, "--dialect", "latin", "unix:/x", "drives"}, {}).exitCode, 2);
     EXPECT_EQ(run({FDMOUNT, "unix:/x", "get"}, {}).exitCode, 2);
     EXPECT_EQ(run({FDSHARE}, {}).exitCode, 2);
     EXPECT_EQ(run({FDSHARE, "--stdio", "--listen", "unix:/x"}, {}).exitCode, 2);
@@ -145,5 +173,7 @@ TEST_F(BrowseTest, WrongUsageHasItsExitCode) {
     EXPECT_EQ(run({FDSHARE, "--help"}, {}).exitCode, 0);
     EXPECT_EQ(run({FDMOUNT, "--help"}, {}).exitCode, 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Dialects, BrowseTest, ::testing::Values(kLinux, kWindows), dialectName);
 
 }  // namespace

@@ -24,7 +24,7 @@ std::string noise(std::size_t size) {
     return bytes;
 }
 
-class CopyTest : public ToolsFixture {
+class CopyTest : public InEachDialect {
 protected:
     // A get whose reader stands still: `meanwhile` runs when 100 bytes were read of it.
     Outcome getWhile(const std::string& name, const std::function<void()>& meanwhile,
@@ -44,112 +44,111 @@ protected:
     }
 };
 
-TEST_F(CopyTest, GetCopiesAFileOfManyReads) {
+TEST_P(CopyTest, GetCopiesAFileOfManyReads) {
     const std::string content = noise((20 << 20) + 12345);
     m_folder.file("Data/big", content);
     share();
-    const Outcome outcome = fdmount({"get", "Mac-Data/big", m_here});
+    const Outcome outcome = fdmount({"get", at("big"), m_here});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_TRUE(readFile(m_here + "/big") == content);
     EXPECT_THAT(namesIn(m_here), ElementsAre("big"));
 }
 
-TEST_F(CopyTest, GetCopiesShortFilesToTheByte) {
+TEST_P(CopyTest, GetCopiesShortFilesToTheByte) {
     for (const std::size_t size : {0U, 1U, 100U, 511U, 512U, 513U}) {
         m_folder.file("Data/f" + std::to_string(size), noise(size));
     }
     share();
     for (const std::size_t size : {0U, 1U, 100U, 511U, 512U, 513U}) {
         const std::string name = "f" + std::to_string(size);
-        EXPECT_EQ(fdmount({"get", "Mac-Data/" + name, m_here}).exitCode, 0);
+        EXPECT_EQ(fdmount({"get", at(name), m_here}).exitCode, 0);
         EXPECT_EQ(readFile(m_here + "/" + name), noise(size)) << size;
     }
 }
 
-TEST_F(CopyTest, GetReplacesAFileAndKeepsThePermissionsOfTheOriginal) {
+TEST_P(CopyTest, GetReplacesAFileAndKeepsThePermissionsOfTheOriginal) {
     ::chmod(m_folder.file("Data/one", "new").c_str(), 0640);
     m_folder.file("here/target", "old content");
     share();
-    EXPECT_EQ(fdmount({"get", "Mac-Data/one", m_here + "/target"}).exitCode, 0);
+    EXPECT_EQ(fdmount({"get", at("one"), m_here + "/target"}).exitCode, 0);
     EXPECT_EQ(readFile(m_here + "/target"), "new");
     struct stat info {};
     ASSERT_EQ(::stat((m_here + "/target").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777U, 0640U);
 }
 
-TEST_F(CopyTest, GetWritesIntoTheCurrentFolderWithoutATarget) {
+TEST_P(CopyTest, GetWritesIntoTheCurrentFolderWithoutATarget) {
     m_folder.file("Data/one", "1");
     share();
-    EXPECT_EQ(fdmount({"get", "Mac-Data/one"}, {.folder = m_here}).exitCode, 0);
+    EXPECT_EQ(fdmount({"get", at("one")}, {.folder = m_here}).exitCode, 0);
     EXPECT_EQ(readFile(m_here + "/one"), "1");
 }
 
-TEST_F(CopyTest, GetCopiesTwoGigabytes) {
+TEST_P(CopyTest, GetCopiesTwoGigabytes) {
     const std::string file = m_folder.file("Data/huge", "begin");
     constexpr off_t kSize = off_t{2} << 30;
     ASSERT_EQ(::truncate(file.c_str(), kSize), 0);
     share();
-    const Outcome outcome = fdmount({"get", "Mac-Data/huge", "-"}, {.out = "/dev/null"});
+    const Outcome outcome = fdmount({"get", at("huge"), "-"}, {.out = "/dev/null"});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_EQ(outcome.err, "");
 }
 
-TEST_F(CopyTest, GetOfAFileThatShrinksFailsWithItsName) {
+TEST_P(CopyTest, GetOfAFileThatShrinksFailsWithItsName) {
     const std::string file = m_folder.file("Data/big");
     ASSERT_EQ(::truncate(file.c_str(), 64 << 20), 0);
     share();
     std::size_t received = 0;
     const Outcome outcome = getWhile(
-        "Mac-Data/big", [&] { ASSERT_EQ(::truncate(file.c_str(), 40 << 20), 0); }, &received);
+        at("big"), [&] { ASSERT_EQ(::truncate(file.c_str(), 40 << 20), 0); }, &received);
     EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_EQ(outcome.err,
-              "fdmount: Mac-Data/big: became shorter while it was read: 41943040 of 67108864 bytes "
-              "were there\n");
+    EXPECT_EQ(outcome.err, "fdmount: " + at("big") +
+                               ": became shorter while it was read: 41943040 of 67108864 bytes "
+                               "were there\n");
     EXPECT_EQ(received, std::size_t{40} << 20);
 }
 
-TEST_F(CopyTest, GetOfAFileThatGrowsGivesWhatWasThere) {
+TEST_P(CopyTest, GetOfAFileThatGrowsGivesWhatWasThere) {
     const std::string file = m_folder.file("Data/big");
     ASSERT_EQ(::truncate(file.c_str(), 64 << 20), 0);
     share();
     std::size_t received = 0;
     const Outcome outcome = getWhile(
-        "Mac-Data/big", [&] { ASSERT_EQ(::truncate(file.c_str(), 80 << 20), 0); }, &received);
+        at("big"), [&] { ASSERT_EQ(::truncate(file.c_str(), 80 << 20), 0); }, &received);
     EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_EQ(
-        outcome.err,
-        "fdmount: Mac-Data/big: changed its size while it was read; the copy has the 67108864 "
-        "bytes that it began with\n");
+    EXPECT_EQ(outcome.err, "fdmount: " + at("big") +
+                               ": changed its size while it was read; the copy has the 67108864 "
+                               "bytes that it began with\n");
     EXPECT_EQ(received, std::size_t{64} << 20);
 }
 
-TEST_F(CopyTest, GetOfADirectoryOrNothingIsNamed) {
+TEST_P(CopyTest, GetOfADirectoryOrNothingIsNamed) {
     m_folder.folder("Data/sub");
     share();
-    expectFailure(fdmount({"get", "Mac-Data/sub", m_here}), "Mac-Data/sub: is a directory");
-    expectFailure(fdmount({"get", "Mac-Data", m_here}), "Mac-Data: is a directory");
-    expectFailure(fdmount({"get", "Mac-Data/none", m_here}),
-                  "Mac-Data/none: no such file or directory (VERR_FILE_NOT_FOUND)");
+    expectFailure(fdmount({"get", at("sub"), m_here}), at("sub") + ": is a directory");
+    expectFailure(fdmount({"get", m_drive, m_here}), m_drive + ": is a directory");
+    expectFailure(fdmount({"get", at("none"), m_here}), at("none") + ": " + m_dialect.noFile);
     EXPECT_THAT(namesIn(m_here), IsEmpty());
 }
 
-TEST_F(CopyTest, GetRefusesATargetThatIsNoFile) {
+TEST_P(CopyTest, GetRefusesATargetThatIsNoFile) {
     m_folder.file("Data/one", "1");
     share();
-    expectFailure(fdmount({"get", "Mac-Data/one", "/dev/null"}),
+    expectFailure(fdmount({"get", at("one"), "/dev/null"}),
                   "/dev/null: is not a regular file; use - for standard output");
-    expectFailure(fdmount({"get", "Mac-Data/one", m_here + "/none/x"}),
+    expectFailure(fdmount({"get", at("one"), m_here + "/none/x"}),
                   m_here + "/none/x: No such file or directory");
 }
 
-TEST_F(CopyTest, GetOnAFullDiskLeavesNothing) {
+TEST_P(CopyTest, GetOnAFullDiskLeavesNothing) {
     m_folder.file("Data/big", noise(4 << 20));
     share();
     const std::string script =
-        "mount -t tmpfs -o size=1m none \"$1\" || exit 77; \"$2\" \"$3\" get Mac-Data/big "
-        "\"$1/copy\"; result=$?; ls -A \"$1\"; exit $result";
+        "mount -t tmpfs -o size=1m none \"$1\" || exit 77; folder=$1; shift; "
+        "\"$@\" \"$folder/copy\"; result=$?; ls -A \"$folder\"; exit $result";
     const Outcome outcome =
-        run({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", script, "sh", m_here, FDMOUNT, m_endpoint},
+        run({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", script, "sh", m_here, FDMOUNT, "--dialect",
+             m_dialect.name, m_endpoint, "get", at("big")},
             {});
     if (outcome.exitCode == 77 || outcome.err.starts_with("unshare")) {
         GTEST_SKIP() << "no mount namespaces here: " << outcome.err;
@@ -157,12 +156,12 @@ TEST_F(CopyTest, GetOnAFullDiskLeavesNothing) {
     expectFailure(outcome, m_here + "/copy: No space left on device");
 }
 
-TEST_F(CopyTest, AnInterruptedGetLeavesNothing) {
+TEST_P(CopyTest, AnInterruptedGetLeavesNothing) {
     const std::string file = m_folder.file("Data/big");
     ASSERT_EQ(::truncate(file.c_str(), off_t{64} << 30), 0);
     share();
-    Program get(mountCommand({"--trace", "get", "Mac-Data/big", m_here}), {});
-    ASSERT_TRUE(get.waitForError("< result seq 20 of read"));
+    Program get(mountCommand({"--trace", "get", at("big"), m_here}), {});
+    ASSERT_TRUE(get.waitForError(m_dialect.tracedRead));
     get.signal(SIGINT);
     const Outcome outcome = get.finish();
     EXPECT_EQ(outcome.exitCode, 128 + SIGINT);
@@ -170,21 +169,21 @@ TEST_F(CopyTest, AnInterruptedGetLeavesNothing) {
     EXPECT_THAT(namesIn(m_here), IsEmpty());
 }
 
-TEST_F(CopyTest, PutCopiesAFileOfManyWrites) {
+TEST_P(CopyTest, PutCopiesAFileOfManyWrites) {
     const std::string content = noise((20 << 20) + 12345);
     m_folder.file("here/big", content);
     share();
-    const Outcome outcome = fdmount({"put", m_here + "/big", "Mac-Data/copy"});
+    const Outcome outcome = fdmount({"put", m_here + "/big", at("copy")});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_TRUE(readFile(m_share + "/copy") == content);
     EXPECT_THAT(namesIn(m_share), ElementsAre("copy"));
 }
 
-TEST_F(CopyTest, PutReplacesAFileAndKeepsItsPermissions) {
+TEST_P(CopyTest, PutReplacesAFileAndKeepsItsPermissions) {
     m_folder.file("here/one", "new");
     ::chmod(m_folder.file("Data/one", "a longer old content").c_str(), 0640);
     share();
-    const Outcome outcome = fdmount({"put", m_here + "/one", "Mac-Data/one"});
+    const Outcome outcome = fdmount({"put", m_here + "/one", at("one")});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_EQ(readFile(m_share + "/one"), "new");
     struct stat info {};
@@ -193,60 +192,60 @@ TEST_F(CopyTest, PutReplacesAFileAndKeepsItsPermissions) {
     EXPECT_THAT(namesIn(m_share), ElementsAre("one"));
 }
 
-TEST_F(CopyTest, PutIntoAFolderKeepsTheName) {
+TEST_P(CopyTest, PutIntoAFolderKeepsTheName) {
     m_folder.file("here/one", "1");
     m_folder.folder("Data/sub");
     share();
-    EXPECT_EQ(fdmount({"put", m_here + "/one", "Mac-Data/sub"}).exitCode, 0);
-    EXPECT_EQ(fdmount({"put", m_here + "/one", "Mac-Data"}).exitCode, 0);
+    EXPECT_EQ(fdmount({"put", m_here + "/one", at("sub")}).exitCode, 0);
+    EXPECT_EQ(fdmount({"put", m_here + "/one", m_drive}).exitCode, 0);
     EXPECT_EQ(readFile(m_share + "/sub/one"), "1");
     EXPECT_EQ(readFile(m_share + "/one"), "1");
 }
 
-TEST_F(CopyTest, PutTakesStandardInput) {
+TEST_P(CopyTest, PutTakesStandardInput) {
     share();
     const Outcome outcome =
-        fdmount({"put", "-", "Mac-Data/one"}, {.in = m_folder.file("in", "from afar")});
+        fdmount({"put", "-", at("one")}, {.in = m_folder.file("in", "from afar")});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_EQ(readFile(m_share + "/one"), "from afar");
 }
 
-TEST_F(CopyTest, PutOnAReadOnlyShareIsRefused) {
+TEST_P(CopyTest, PutOnAReadOnlyShareIsRefused) {
     m_folder.file("here/one", "new");
     m_folder.file("Data/one", "old");
     share({"--read-only"});
-    expectFailure(fdmount({"put", m_here + "/one", "Mac-Data/one"}),
-                  "Mac-Data/one: permission denied (VERR_ACCESS_DENIED)");
+    expectFailure(fdmount({"put", m_here + "/one", at("one")}),
+                  at("one") + ": " + m_dialect.readOnly);
     EXPECT_EQ(readFile(m_share + "/one"), "old");
     EXPECT_THAT(namesIn(m_share), ElementsAre("one"));
 }
 
-TEST_F(CopyTest, PutOnADriveThatIsAskedForReadOnlyIsRefused) {
+TEST_P(CopyTest, PutOnADriveThatIsAskedForReadOnlyIsRefused) {
     m_folder.file("here/one", "new");
     share();
-    expectFailure(fdmount({"--read-only", "put", m_here + "/one", "Mac-Data/one"}),
-                  "Mac-Data/one: permission denied (VERR_ACCESS_DENIED)");
+    expectFailure(fdmount({"--read-only", "put", m_here + "/one", at("one")}),
+                  at("one") + ": " + m_dialect.readOnly);
     EXPECT_THAT(namesIn(m_share), IsEmpty());
 }
 
-TEST_F(CopyTest, PutIntoAFolderOfSomebodyElseIsRefused) {
+TEST_P(CopyTest, PutIntoAFolderOfSomebodyElseIsRefused) {
     m_folder.file("here/one", "new");
     m_folder.folder("Data/theirs");
     ::chmod(m_folder.str("Data/theirs").c_str(), 0555);
     ::chmod(m_folder.str().c_str(), 0777);
     share({}, kNobody);
-    expectFailure(fdmount({"put", m_here + "/one", m_drive + "/theirs/one"}),
-                  m_drive + "/theirs/one: permission denied (VERR_ACCESS_DENIED)");
+    expectFailure(fdmount({"put", m_here + "/one", at("theirs/one")}),
+                  at("theirs/one") + ": " + m_dialect.denied);
     EXPECT_THAT(namesIn(m_share + "/theirs"), IsEmpty());
 }
 
-TEST_F(CopyTest, AnInterruptedPutLeavesNothing) {
+TEST_P(CopyTest, AnInterruptedPutLeavesNothing) {
     const std::string fifo = m_folder.str("fifo");
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     share();
     const int writer = ::open(fifo.c_str(), O_RDWR);
-    Program put(mountCommand({"--trace", "put", "-", "Mac-Data/one"}), {.in = fifo});
-    ASSERT_TRUE(put.waitForError("of create: status 0, count 128, handle"));
+    Program put(mountCommand({"--trace", "put", "-", at("one")}), {.in = fifo});
+    ASSERT_TRUE(put.waitForError(m_dialect.tracedCreate));
     put.signal(SIGINT);
     const Outcome outcome = put.finish();
     ::close(writer);
@@ -254,13 +253,15 @@ TEST_F(CopyTest, AnInterruptedPutLeavesNothing) {
     EXPECT_THAT(namesIn(m_share), IsEmpty());
 }
 
-TEST_F(CopyTest, PutOfWhatIsNoFileIsRefused) {
+TEST_P(CopyTest, PutOfWhatIsNoFileIsRefused) {
     share();
-    expectFailure(fdmount({"put", m_here, "Mac-Data/one"}), m_here + ": is a directory");
-    expectFailure(fdmount({"put", "/dev/zero", "Mac-Data/one"}),
+    expectFailure(fdmount({"put", m_here, at("one")}), m_here + ": is a directory");
+    expectFailure(fdmount({"put", "/dev/zero", at("one")}),
                   "/dev/zero: is not a regular file; use - for standard input");
-    expectFailure(fdmount({"put", m_here + "/none", "Mac-Data/one"}),
+    expectFailure(fdmount({"put", m_here + "/none", at("one")}),
                   m_here + "/none: No such file or directory");
 }
+
+INSTANTIATE_TEST_SUITE_P(Dialects, CopyTest, ::testing::Values(kLinux, kWindows), dialectName);
 
 }  // namespace

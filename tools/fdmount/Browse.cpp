@@ -7,13 +7,13 @@
 #include "fdmount/Progress.h"
 #include "fdmount/Show.h"
 #include "peer/Text.h"
-#include "peer/windows/Status.h"
 
 namespace fdmount {
 
-using peer::windows::Drive;
-using peer::windows::Entry;
-using peer::windows::ObjectInfo;
+using peer::Attributes;
+using peer::DirEntry;
+using peer::Offer;
+using peer::Volume;
 
 namespace {
 
@@ -23,20 +23,24 @@ void print(const std::string& text) {
     }
 }
 
-const char* kindOf(const Drive& drive) {
-    if (drive.printer) return "printer";
-    switch (drive.type) {
-        case peer::windows::kRootMap:
+const char* kindOf(const Offer& drive) {
+    switch (drive.kind) {
+        case Offer::Kind::kPrinter:
+            return "printer";
+        case Offer::Kind::kRoot:
             return "root";
-        case peer::windows::kDiskMap:
+        case Offer::Kind::kDisk:
             return "disk";
-        case peer::windows::kOpticalMap:
+        case Offer::Kind::kRemovable:
+            return "removable";
+        case Offer::Kind::kOptical:
             return "optical";
-        case peer::windows::kNetworkMap:
+        case Offer::Kind::kNetwork:
             return "network";
-        default:
-            return "?";
+        case Offer::Kind::kUnknown:
+            break;
     }
+    return "?";
 }
 
 std::string padded(const std::string& text, std::size_t width) {
@@ -47,84 +51,99 @@ std::string paddedLeft(const std::string& text, std::size_t width) {
     return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
 }
 
-std::string longLine(const Entry& entry, std::size_t sizeWidth) {
-    return modeText(entry.info.mode) + " " + attributesText(entry.info.mode) + " " +
-           paddedLeft(std::to_string(entry.info.size), sizeWidth) + " " +
-           timeText(entry.info.modified) + " " + nameText(entry.name) + "\n";
+// Only the Windows dialect tells them.
+bool hasAttributes(const Client& client) {
+    return client.options().dialect == peer::Dialect::kWindows;
 }
 
-void printEntries(std::vector<Entry> entries, bool longForm) {
+std::string longLine(const DirEntry& entry, bool withAttributes, std::size_t sizeWidth) {
+    const Attributes& info = entry.attributes;
+    return modeText(info.mode) + " " +
+           (withAttributes ? attributesText(info.windowsAttributes) + " " : "") +
+           paddedLeft(std::to_string(info.size), sizeWidth) + " " + timeText(info.modified) + " " +
+           nameText(entry.name) + "\n";
+}
+
+void printEntries(const Client& client, std::vector<DirEntry> entries) {
     std::sort(entries.begin(), entries.end(),
-              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+              [](const DirEntry& a, const DirEntry& b) { return a.name < b.name; });
     std::size_t sizeWidth = 1;
-    for (const Entry& entry : entries) {
-        sizeWidth = std::max(sizeWidth, std::to_string(entry.info.size).size());
+    for (const DirEntry& entry : entries) {
+        sizeWidth = std::max(sizeWidth, std::to_string(entry.attributes.size).size());
     }
-    for (const Entry& entry : entries) {
-        print(longForm ? longLine(entry, sizeWidth) : nameText(entry.name) + "\n");
+    for (const DirEntry& entry : entries) {
+        print(client.options().longForm ? longLine(entry, hasAttributes(client), sizeWidth)
+                                        : nameText(entry.name) + "\n");
     }
 }
 
-ObjectInfo statOf(Client& client, const RemotePath& object) {
-    return about(object.shown, [&] { return client.session().stat(object.map, object.path); });
+Attributes statOf(const RemotePath& object) {
+    return about(object.shown, [&] { return object.files->stat(object.path); });
 }
 
-std::vector<Entry> entriesOf(Client& client, const RemotePath& folder) {
-    std::vector<Entry> entries;
+std::vector<DirEntry> entriesOf(Client& client, const RemotePath& folder) {
+    std::vector<DirEntry> entries;
     const bool all = client.options().all;
-    client.session().list(folder.map, folder.path, [&](std::vector<Entry> some) {
-        if (!all) std::erase_if(some, [](const Entry& e) { return e.name.starts_with('.'); });
+    folder.files->list(folder.path, [&](std::vector<DirEntry> some) {
+        if (!all) std::erase_if(some, [](const DirEntry& e) { return e.name.starts_with('.'); });
         entries.insert(entries.end(), std::make_move_iterator(some.begin()),
                        std::make_move_iterator(some.end()));
     });
     return entries;
 }
 
-const char* kindOf(const ObjectInfo& info) {
-    switch (modeText(info.mode).front()) {
-        case 'd':
-            return "directory";
-        case '-':
-            return "regular file";
-        case 'l':
-            return "symbolic link";
-        case 'p':
-            return "FIFO";
-        case 's':
-            return "socket";
-        case 'c':
-            return "character device";
-        case 'b':
-            return "block device";
-        default:
-            return "?";
-    }
+void printVolume(const RemotePath& drive) {
+    const Volume volume = drive.files->volume();
+    print("Volume:     " + std::to_string(volume.blocks * volume.blockSize) + " bytes, " +
+          std::to_string(volume.availableBlocks * volume.blockSize) + " free, in units of " +
+          std::to_string(volume.blockSize) + "\n");
 }
 
-void printVolume(Client& client, const RemotePath& object) {
-    using namespace peer::windows;
-    Session& session = client.session();
-    const Created folder =
-        session.open(object.map, "", kDirectory | kOpenIfExists | kFailIfNew | kAccessRead);
-    const VolumeInfo volume = session.volume(object.map, folder.handle);
-    session.close(object.map, folder.handle);
-    print("Volume:     " + std::to_string(volume.total) + " bytes, " +
-          std::to_string(volume.available) + " free, in units of " + std::to_string(volume.unit) +
+void printObject(const Client& client, const RemotePath& object) {
+    const Attributes info = statOf(object);
+    print("Name:       " + peer::escaped(object.shown) + "\nKind:       " + kindText(info.mode) +
           "\n");
+    if (info.isLink()) {
+        print("Target:     " +
+              peer::escaped(
+                  about(object.shown, [&] { return object.files->readLink(object.path); })) +
+              "\n");
+    }
+    print("Size:       " + std::to_string(info.size) + "\nMode:       " + modeText(info.mode) +
+          "\n");
+    if (hasAttributes(client)) {
+        print("Attributes: " + attributesText(info.windowsAttributes) + "\n");
+    }
+    print("Accessed:   " + timeText(info.accessed) + "\nModified:   " + timeText(info.modified) +
+          "\nChanged:    " + timeText(info.changed) + "\n");
+    if (info.born != 0) print("Born:       " + timeText(info.born) + "\n");
+}
+
+struct Sizes {
+    std::string total = "?", available = "?";
+};
+
+// A drive may be offered and not answer.
+Sizes sizesOf(const Offer& drive) {
+    try {
+        const Volume volume = drive.files->volume();
+        return {sizeText(volume.blocks * volume.blockSize),
+                sizeText(volume.availableBlocks * volume.blockSize)};
+    } catch (const peer::RemoteError&) {
+        return {};
+    }
 }
 
 bool removeOne(Client& client, const std::string& name) {
     try {
         const RemotePath object = client.resolve(name);
         if (object.path.empty()) throw CommandError(name + ": is a drive");
-        const bool isFolder = statOf(client, object).isDirectory();
+        const bool isFolder = statOf(object).isDirectory();
         if (isFolder && !client.options().removeFolders) {
             throw CommandError(name + ": is a directory");
         }
         about(name, [&] {
-            client.session().remove(
-                object.map, object.path,
-                isFolder ? peer::windows::kRemoveDirectory : peer::windows::kRemoveFile);
+            isFolder ? object.files->removeFolder(object.path) : object.files->remove(object.path);
         });
         return true;
     } catch (const CommandError& error) {
@@ -135,53 +154,56 @@ bool removeOne(Client& client, const std::string& name) {
 
 }  // namespace
 
+// The other side follows a link that something stands behind.
+bool leadsToFolder(const RemotePath& object, const Attributes& attributes) {
+    if (!attributes.isLink()) return attributes.isDirectory();
+    try {
+        return object.files->stat(object.path + "/.").isDirectory();
+    } catch (const peer::RemoteError&) {
+        return false;
+    }
+}
+
 int showDrives(Client& client) {
-    const std::vector<Drive> drives = client.allDrives();
+    const std::vector<Offer> drives = client.allDrives();
     if (drives.empty()) {
         warn("no drives are offered");
         return 0;
     }
     std::size_t width = 4;
-    for (const Drive& drive : drives) width = std::max(width, peer::quoted(drive.name).size());
-    print(padded("NAME", width) + "  KIND           SIZE        FREE  FOLDER\n");
-    for (const Drive& drive : drives) {
-        print(padded(peer::quoted(drive.name), width) + "  " + padded(kindOf(drive), 7) + "  " +
-              paddedLeft(sizeText(drive.volume.total), 10) + "  " +
-              paddedLeft(sizeText(drive.volume.available), 10) + "  " + peer::escaped(drive.share) +
-              "\n");
+    for (const Offer& drive : drives) width = std::max(width, peer::quoted(drive.name).size());
+    print(padded("NAME", width) + "  KIND             SIZE        FREE  FOLDER\n");
+    for (const Offer& drive : drives) {
+        const Sizes sizes = sizesOf(drive);
+        print(padded(peer::quoted(drive.name), width) + "  " + padded(kindOf(drive), 9) + "  " +
+              paddedLeft(sizes.total, 10) + "  " + paddedLeft(sizes.available, 10) + "  " +
+              peer::escaped(drive.folder) + "\n");
     }
     return 0;
 }
 
 int listFolder(Client& client) {
     if (client.options().paths.empty()) {
-        for (const Drive& drive : client.allDrives()) print(nameText(drive.name) + "\n");
+        for (const Offer& drive : client.allDrives()) print(nameText(drive.name) + "\n");
         return 0;
     }
     const RemotePath object = client.resolve(client.options().paths.front());
     if (!object.path.empty()) {
-        const ObjectInfo info = statOf(client, object);
-        if (!info.isDirectory()) {
-            printEntries({{object.shown, info}}, client.options().longForm);
+        const Attributes info = statOf(object);
+        if (!leadsToFolder(object, info)) {
+            printEntries(client, {{object.shown, info}});
             return 0;
         }
     }
-    printEntries(about(object.shown, [&] { return entriesOf(client, object); }),
-                 client.options().longForm);
+    printEntries(client, about(object.shown, [&] { return entriesOf(client, object); }));
     return 0;
 }
 
 int showObject(Client& client) {
     for (const std::string& name : client.options().paths) {
         const RemotePath object = client.resolve(name);
-        const ObjectInfo info = statOf(client, object);
-        print("Name:       " + peer::escaped(name) + "\nKind:       " + kindOf(info) +
-              "\nSize:       " + std::to_string(info.size) + "\nMode:       " +
-              modeText(info.mode) + "\nAttributes: " + attributesText(info.mode) +
-              "\nAccessed:   " + timeText(info.accessed) + "\nModified:   " +
-              timeText(info.modified) + "\nChanged:    " + timeText(info.changed) +
-              "\nBorn:       " + timeText(info.born) + "\n");
-        if (object.path.empty()) about(name, [&] { printVolume(client, object); });
+        printObject(client, object);
+        if (object.path.empty()) about(name, [&] { printVolume(object); });
     }
     return 0;
 }

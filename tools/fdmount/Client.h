@@ -1,14 +1,14 @@
-// What every command works with: the session, and paths of the form DRIVE/path.
+// What every command works with: the machine at the other end, and paths of the form DRIVE/path.
 #pragma once
 
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "fdmount/Options.h"
 #include "peer/Endpoint.h"
-#include "peer/windows/Session.h"
-#include "peer/windows/Status.h"
+#include "peer/Machine.h"
 
 namespace fdmount {
 
@@ -20,8 +20,7 @@ public:
 
 struct RemotePath {
     std::string shown;  // as it was given
-    std::string drive;
-    std::uint8_t map = 0;
+    std::shared_ptr<peer::FileSystem> files;
     std::string path;  // on the drive; empty for the drive itself
 };
 
@@ -33,10 +32,13 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    peer::windows::Session& session() { return *m_session; }
+    peer::Machine& machine() { return *m_machine; }
     const Options& options() const { return m_options; }
 
-    std::vector<peer::windows::Drive> allDrives();
+    // Stop signals end every wait from here on, as they do from the start.
+    void stopOnSignals();
+
+    std::vector<peer::Offer> allDrives();
 
     // Waits for the drive. Throws CommandError if it is not offered.
     RemotePath resolve(const std::string& name);
@@ -44,7 +46,7 @@ public:
 private:
     const Options& m_options;
     peer::Connection m_connection;
-    std::unique_ptr<peer::windows::Session> m_session;
+    std::unique_ptr<peer::Machine> m_machine;
 };
 
 // Runs `work` and gives its failures the name of the thing.

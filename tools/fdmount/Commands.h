@@ -12,6 +12,9 @@ int getFile(Client& client);
 int putFile(Client& client);
 int removeObjects(Client& client);
 
+// Whether the object is a folder, or a symbolic link that leads to one.
+bool leadsToFolder(const RemotePath& object, const peer::Attributes& attributes);
+
 // One line on standard error.
 void warn(const std::string& text);
 

@@ -1,4 +1,6 @@
 // get: copies a file from a drive. Many reads are under way at a time.
+#include <fcntl.h>
+
 #include <algorithm>
 #include <deque>
 #include <limits>
@@ -6,95 +8,67 @@
 #include "fdmount/Commands.h"
 #include "fdmount/LocalFile.h"
 #include "fdmount/Progress.h"
-#include "peer/windows/Status.h"
 
 namespace fdmount {
 
-using namespace peer::windows;
+using peer::Attributes;
+using peer::File;
 
 namespace {
 
 constexpr std::size_t kReadsInFlight = 8;
+constexpr std::uint32_t kUsualPermissions = 0666;
 constexpr std::int64_t kUnknownSize = std::numeric_limits<std::int64_t>::max();
 
 struct Read {
-    std::uint32_t length;
-    Session::Ticket ticket;
-};
-
-// A remote file that is closed with its owner, as far as the connection still stands.
-class OpenFile {
-public:
-    OpenFile(Session& session, const RemotePath& file)
-        : m_session(session),
-          m_map(file.map),
-          m_created(session.open(file.map, file.path, kOpenIfExists | kFailIfNew | kAccessRead)) {}
-    ~OpenFile() {
-        try {
-            m_session.submit(closeRequest(m_map, m_created.handle));
-        } catch (const std::exception&) {
-            return;  // nothing is open any more
-        }
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    std::uint64_t handle() const { return m_created.handle; }
-    const ObjectInfo& info() const { return m_created.info; }
-
-private:
-    Session& m_session;
-    const std::uint8_t m_map;
-    const Created m_created;
+    std::size_t length;
+    File::Reading wait;
 };
 
 // Copies up to `limit` bytes and returns how many there were. A file without a known size is read
 // to its end, with one read at a time, as each may be the last.
-std::int64_t copyOut(Session& session, std::uint8_t map, std::uint64_t handle, std::int64_t limit,
-                     Target& target, Progress& progress) {
+std::int64_t copyOut(File& file, std::int64_t limit, Target& target, Progress& progress) {
     const std::size_t window = limit == kUnknownSize ? 1 : kReadsInFlight;
     std::deque<Read> asked;
     std::int64_t done = 0;
     std::int64_t next = 0;
     while (true) {
-        for (; asked.size() < window && next < limit; next += asked.back().length) {
-            const auto length = static_cast<std::uint32_t>(
-                std::min<std::int64_t>(static_cast<std::int64_t>(kMaxTransfer), limit - next));
-            asked.push_back({length, session.submit(readRequest(
-                                         map, handle, static_cast<std::uint64_t>(next), length))});
+        while (asked.size() < window && next < limit) {
+            const auto length = static_cast<std::size_t>(
+                std::min<std::int64_t>(std::int64_t{File::kMaxTransfer}, limit - next));
+            asked.push_back({length, file.read(static_cast<std::uint64_t>(next), length)});
+            next += static_cast<std::int64_t>(length);
         }
         if (asked.empty()) return done;
 
-        const Read read = asked.front();
+        const Read read = std::move(asked.front());
         asked.pop_front();
-        const peer::Bytes result = session.wait(read.ticket);
-        const peer::View data = parseRead(result, read.length);
-        if (data.empty()) return done;
-        target.write(data);
-        done += static_cast<std::int64_t>(data.size());
+        const peer::Data data = read.wait();
+        if (data.bytes.empty()) return done;
+        target.write(data.bytes);
+        done += static_cast<std::int64_t>(data.bytes.size());
         progress.at(done);
-        if (data.size() < read.length) {  // those under way begin in the wrong place
+        if (data.bytes.size() < read.length) {  // those under way begin in the wrong place
             asked.clear();
             next = done;
         }
     }
 }
 
-void checkKind(const std::string& name, const ObjectInfo& info) {
+void checkKind(const std::string& name, const Attributes& info) {
     if (info.isDirectory()) throw CommandError(name + ": is a directory");
     if (!info.isRegular()) throw CommandError(name + ": is not a regular file");
 }
 
 // What was copied is what was there, or the user hears that it is not.
-void checkUnchanged(Session& session, const RemotePath& file, const OpenFile& open,
+void checkUnchanged(File& open, const RemotePath& file, const Attributes& before,
                     std::int64_t done) {
-    const ObjectInfo& before = open.info();
     if (done < before.size) {
         throw CommandError(file.shown +
                            ": became shorter while it was read: " + std::to_string(done) + " of " +
                            std::to_string(before.size) + " bytes were there");
     }
-    const ObjectInfo after = session.queryInfo(file.map, open.handle());
+    const Attributes after = open.stat();
     if (after.size != before.size) {
         warn(file.shown + ": changed its size while it was read; the copy has the " +
              std::to_string(done) + " bytes that it began with");
@@ -108,21 +82,25 @@ void checkUnchanged(Session& session, const RemotePath& file, const OpenFile& op
 int getFile(Client& client) {
     const std::vector<std::string>& paths = client.options().paths;
     const RemotePath file = client.resolve(paths.front());
-    Session& session = client.session();
     about(file.shown, [&] {
         // Before the open, which may wait for ever on a FIFO.
-        const ObjectInfo info = session.stat(file.map, file.path);
-        checkKind(file.shown, info);
-        const OpenFile open(session, file);
-        checkKind(file.shown, open.info());
+        const Attributes found = file.files->stat(file.path);
+        const bool isLink = found.isLink();
+        if (leadsToFolder(file, found)) throw CommandError(file.shown + ": is a directory");
+        if (!isLink) checkKind(file.shown, found);
+        const std::unique_ptr<File> open = file.files->open(file.path, O_RDONLY);
+        const Attributes info = isLink ? found : open->stat();
+        if (!isLink) checkKind(file.shown, info);
 
         const std::string fileName = file.path.substr(file.path.rfind('/') + 1);
-        Target target(paths.size() > 1 ? paths[1] : fileName, fileName, info.mode);
-        Progress progress(file.shown, open.info().size, client.options().quiet);
-        const std::int64_t limit = open.info().size > 0 ? open.info().size : kUnknownSize;
-        const std::int64_t done =
-            copyOut(session, file.map, open.handle(), limit, target, progress);
-        if (limit != kUnknownSize) checkUnchanged(session, file, open, done);
+        Target target(paths.size() > 1 ? paths[1] : fileName, fileName,
+                      isLink ? kUsualPermissions : info.mode);
+        Progress progress(file.shown, isLink ? -1 : info.size, client.options().quiet);
+
+        // The size of a link is not that of what it leads to.
+        const std::int64_t limit = !isLink && info.size > 0 ? info.size : kUnknownSize;
+        const std::int64_t done = copyOut(*open, limit, target, progress);
+        if (limit != kUnknownSize) checkUnchanged(*open, file, info, done);
         target.finish();
     });
     return 0;

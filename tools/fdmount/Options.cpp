@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <map>
 
 #include "peer/Endpoint.h"
 
@@ -65,6 +66,13 @@ void addPolicyOptions(CLI::App& app, Lists& lists) {
     list("--removable-fs", lists.removable, "File system types that are removable disks");
     list("--optical-fs", lists.optical, "File system types that are optical disks");
     list("--network-fs", lists.network, "File system types that are network volumes");
+}
+
+void addDialectOption(CLI::App& app, Options& options) {
+    static const std::map<std::string, peer::Dialect> kDialects = {
+        {"linux", peer::Dialect::kLinux}, {"windows", peer::Dialect::kWindows}};
+    app.add_option("--dialect", options.dialect, "Which desktop to be: linux (default) or windows")
+        ->transform(CLI::Transformer(kDialects));
 }
 
 CLI::App* addCommand(CLI::App& app, Options& options, Command command, const char* name,
@@ -143,6 +151,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     app.add_option("--timeout", seconds, "Seconds to wait for an answer (default 30)")
         ->check(CLI::Range(0.01, 86400.0));
     app.add_flag("--trace", options.trace, "Write each message, decoded, to standard error");
+    addDialectOption(app, options);
     addPolicyOptions(app, lists);
     addCommands(app, options);
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "peer/windows/Policy.h"
+#include "peer/Machine.h"
 
 namespace fdmount {
 
@@ -24,6 +24,7 @@ struct Options {
     bool removeFolders = false;             // rm
     bool quiet = false;                     // get, put: no progress
     bool trace = false;
+    peer::Dialect dialect = peer::Dialect::kLinux;
     std::chrono::milliseconds timeout{30000};
     peer::windows::Policy policy;
 };

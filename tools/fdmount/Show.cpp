@@ -10,31 +10,33 @@ namespace fdmount {
 
 namespace {
 
-char kindOf(std::uint32_t mode) {
-    switch (mode & peer::windows::kModeTypeMask) {
-        case 0x1000:
-            return 'p';
-        case 0x2000:
-            return 'c';
-        case 0x4000:
-            return 'd';
-        case 0x6000:
-            return 'b';
-        case 0x8000:
-            return '-';
-        case 0xA000:
-            return 'l';
-        case 0xC000:
-            return 's';
-        default:
-            return '?';
+struct Kind {
+    std::uint32_t type;  // of a mode
+    char letter;
+    const char* text;
+};
+
+constexpr std::uint32_t kTypeMask = 0170000;
+constexpr Kind kKinds[] = {{0010000, 'p', "FIFO"},         {0020000, 'c', "character device"},
+                           {0040000, 'd', "directory"},    {0060000, 'b', "block device"},
+                           {0100000, '-', "regular file"}, {0120000, 'l', "symbolic link"},
+                           {0140000, 's', "socket"}};
+
+Kind kindOf(std::uint32_t mode) {
+    for (const Kind& kind : kKinds) {
+        if (kind.type == (mode & kTypeMask)) return kind;
     }
+    return {0, '?', "?"};
 }
 
 }  // namespace
 
+const char* kindText(std::uint32_t mode) {
+    return kindOf(mode).text;
+}
+
 std::string modeText(std::uint32_t mode) {
-    std::string text(1, kindOf(mode));
+    std::string text(1, kindOf(mode).letter);
     static constexpr char kLetters[] = "rwxrwxrwx";
     for (unsigned i = 0; i < 9; ++i) {
         text.push_back((mode >> (8 - i) & 1U) != 0 ? kLetters[i] : '-');
@@ -42,21 +44,22 @@ std::string modeText(std::uint32_t mode) {
     return text;
 }
 
-std::string attributesText(std::uint32_t mode) {
+std::string attributesText(std::uint32_t windowsAttributes) {
     struct Attribute {
         std::uint32_t bit;
         char letter;
     };
-    static constexpr Attribute kAttributes[] = {{0x00010000, 'R'}, {0x00020000, 'H'},
-                                                {0x00040000, 'S'}, {0x00100000, 'D'},
-                                                {0x00200000, 'A'}, {0x04000000, 'L'}};
+    static constexpr Attribute kAttributes[] = {{0x1, 'R'},  {0x2, 'H'},  {0x4, 'S'},
+                                                {0x10, 'D'}, {0x20, 'A'}, {0x400, 'L'}};
     std::string text;
-    for (const auto& [bit, letter] : kAttributes) text.push_back((mode & bit) != 0 ? letter : '-');
+    for (const auto& [bit, letter] : kAttributes) {
+        text.push_back((windowsAttributes & bit) != 0 ? letter : '-');
+    }
     return text;
 }
 
-std::string timeText(std::int64_t nanoseconds) {
-    constexpr std::int64_t kSecond = 1'000'000'000;
+std::string timeText(peer::Time nanoseconds) {
+    constexpr peer::Time kSecond = 1'000'000'000;
     std::int64_t seconds = nanoseconds / kSecond;
     if (nanoseconds % kSecond < 0) --seconds;
     const auto time = static_cast<std::time_t>(seconds);

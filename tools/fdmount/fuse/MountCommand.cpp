@@ -44,7 +44,7 @@ int serve(const Options& options, const MountOptions& mountOptions, const std::s
     session.policy = options.policy;
     session.timeout = options.timeout;
     const auto machine =
-        peer::Machine::connect(*connection.channel, peer::Dialect::kLinux, std::move(session));
+        peer::Machine::connect(*connection.channel, options.dialect, std::move(session));
     onStopSignal([&] { machine->cancel(); });
     machine->waitForDrives([](const std::vector<peer::Offer>&) { return false; }, options.timeout);
     LiveMount mount(*machine, mountOptions, mountPoint);

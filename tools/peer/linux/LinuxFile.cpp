@@ -16,7 +16,7 @@ LinuxFile::LinuxFile(std::shared_ptr<LinuxFileSystem> files, std::string_view pa
 
 LinuxFile::~LinuxFile() {
     try {
-        flush();
+        setFinalMode();
     } catch (const std::exception&) {
         // Its owner had flush() to hear of it.
     }
@@ -68,6 +68,10 @@ void LinuxFile::setTimes(Time /*accessed*/, Time /*modified*/) {
 }
 
 void LinuxFile::flush() {
+    setFinalMode();
+}
+
+void LinuxFile::setFinalMode() {
     std::optional<std::uint32_t> mode;
     {
         const std::lock_guard lock(m_modeMutex);

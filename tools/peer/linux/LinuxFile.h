@@ -28,6 +28,8 @@ public:
     void flush() override;
 
 private:
+    void setFinalMode();
+
     // Sends what `build` makes of the path.
     template <typename Build>
     Session::Ticket submit(Build build) {

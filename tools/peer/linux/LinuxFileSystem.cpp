@@ -179,7 +179,7 @@ void LinuxFileSystem::learn(std::string_view path, std::string_view sent) {
 
 // Knows the drive's folder, if need be from a link that is made for that and removed.
 LinkTargets LinuxFileSystem::learnedTargets(std::string_view path) {
-    if (const LinkTargets known = targets(); known.isKnown()) return known;
+    if (LinkTargets known = targets(); known.isKnown()) return known;
     const std::string trial = inSameFolder(path, unlikelyName());
     const std::string sent = targets().sent("trial", trial);
     doIt(symlinkRequest(sent, trial));
@@ -190,7 +190,7 @@ LinkTargets LinuxFileSystem::learnedTargets(std::string_view path) {
         throw;
     }
     remove(trial);
-    const LinkTargets known = targets();
+    LinkTargets known = targets();
     if (!known.isKnown()) throw badReply("a link that does not hold what was sent");
     return known;
 }

@@ -11,7 +11,8 @@ namespace peer::linux {
 namespace {
 
 constexpr std::size_t kSmallRequest = 192;  // with a path of usual length
-constexpr std::size_t kSmallestEntry = 8 + 2 + 8 + kStatSize + 4 * 8;
+constexpr std::size_t kAccessSize = 32;     // the offset and the access tests of an entry
+constexpr std::size_t kSmallestEntry = 8 + 2 + 8 + kStatSize + kAccessSize;
 
 Bytes frameOf(std::int32_t type, std::int32_t subtype, std::size_t room) {
     Bytes frame;
@@ -94,7 +95,7 @@ DirEntry parseEntry(Cursor& from) {
         throw BadMessage("attributes of another length");
     }
     entry.attributes = parseStat(from.bytes(kStatSize, "attributes").data());
-    from.bytes(4 * 8, "access");
+    from.bytes(kAccessSize, "access");
     return entry;
 }
 

@@ -1,0 +1,70 @@
+// The texts of symbolic links, with the other side's folder in front of them.
+#include "peer/linux/LinkTargets.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using peer::linux::LinkTargets;
+
+constexpr const char* kFolder = "/media/Data";
+
+struct Link {
+    const char *path, *target;
+};
+
+class LinkTargetsTest : public ::testing::TestWithParam<Link> {};
+
+TEST_P(LinkTargetsTest, ReadsAsItWasWritten) {
+    const LinkTargets targets(kFolder);
+    const auto [path, target] = GetParam();
+    EXPECT_EQ(targets.shown(kFolder + targets.sent(target, path), path), target);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Links, LinkTargetsTest,
+    ::testing::Values(Link{"l", "f"}, Link{"l", "sub/f"}, Link{"l", "../x"}, Link{"l", "../../x"},
+                      Link{"l", "../../../x"}, Link{"l", "/etc/passwd"}, Link{"l", "/"},
+                      Link{"l", "."}, Link{"l", ".."}, Link{"a/b/l", "f"}, Link{"a/b/l", "../../f"},
+                      Link{"a/b/l", "/media/Data/f"}, Link{"a/b/l", "../../../../etc/passwd"},
+                      Link{"a/b/l", "f/"}, Link{"l", "//x"}, Link{"l", "/../x"}));
+
+TEST(LinkTargets, SendsWhatLeadsThereOnTheOtherSide) {
+    const LinkTargets targets(kFolder);
+    EXPECT_EQ(targets.sent("../f", "a/b/l"), "/a/b/../f");
+    EXPECT_EQ(targets.sent("/etc/passwd", "a/b/l"), "/../../etc/passwd");
+    EXPECT_EQ(LinkTargets("/.").sent("/etc/passwd", "l"), "/../etc/passwd");
+}
+
+TEST(LinkTargets, ALinkThatWasMovedLeadsToTheSamePlace) {
+    const LinkTargets targets(kFolder);
+    EXPECT_EQ(targets.shown("/media/Data/a/f", "b/c/l"), "../../a/f");
+    EXPECT_EQ(targets.shown("/media/Data/a/f", "l"), "a/f");
+    EXPECT_EQ(targets.shown("/media/Data", "b/c/l"), "../..");
+    EXPECT_EQ(targets.shown("/media/Data", "l"), ".");
+}
+
+TEST(LinkTargets, WhatIsNotBelowTheFolderStaysAsItIs) {
+    const LinkTargets targets(kFolder);
+    EXPECT_EQ(targets.shown("/media/Data2/f", "l"), "/media/Data2/f");
+    EXPECT_EQ(targets.shown("/etc/passwd", "l"), "/etc/passwd");
+    EXPECT_EQ(targets.shown("../f", "a/l"), "../f");
+}
+
+TEST(LinkTargets, WithoutTheFolderNothingIsChanged) {
+    const LinkTargets targets;
+    EXPECT_FALSE(targets.isKnown());
+    EXPECT_EQ(targets.shown("/media/Data/f", "l"), "/media/Data/f");
+    EXPECT_EQ(targets.sent("f", "a/l"), "/a/f");
+    EXPECT_TRUE(LinkTargets::needsFolder("/f"));
+    EXPECT_FALSE(LinkTargets::needsFolder("f"));
+}
+
+TEST(LinkTargets, LearnsTheFolderFromALinkOfItsOwnOnly) {
+    EXPECT_EQ(LinkTargets::folderFrom("/media/Data/a/f", "/a/f"), "/media/Data");
+    EXPECT_EQ(LinkTargets::folderFrom("/media/Data/a/g", "/a/f"), "");
+    EXPECT_EQ(LinkTargets::folderFrom("media/Data/a/f", "/a/f"), "");
+    EXPECT_EQ(LinkTargets::folderFrom("f", "/a/f"), "");
+}
+
+}  // namespace
