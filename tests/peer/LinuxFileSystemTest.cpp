@@ -141,11 +141,11 @@ TEST_F(LinuxFileSystemTest, ANewFileGetsItsPermissionsWhenItIsWritten) {
 }
 
 TEST_F(LinuxFileSystemTest, AnOpenFileFollowsARename) {
-    against({answer(0, Bytes(48)), answer(0), answer(2, {"ab", "ab" + 2})}, [this] {
+    against({answer(0, Bytes(48)), answer(0), answer(2, Bytes(2))}, [this] {
         const auto file = m_files->open("sub/f", O_RDONLY);
         m_files->rename("sub", "other");
         const peer::Data data = file->read(0, 10)();
-        EXPECT_EQ(peer::textOf(data.bytes), "ab");
+        EXPECT_EQ(data.bytes.size(), 2U);
     });
     EXPECT_EQ(m_asked.at(2), "read /other/f");
 }

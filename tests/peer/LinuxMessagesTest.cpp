@@ -19,7 +19,6 @@ using namespace std::string_literals;
 using peer::Bytes;
 using peer::RemoteError;
 using peer::View;
-using ::testing::HasSubstr;
 
 Bytes replyOf(Code code, std::int64_t res, View payload = {}) {
     return LinuxSide::frame({1, kOperation, code, res, 600}, payload);
@@ -143,8 +142,8 @@ TEST(LinuxMessagesTest, AttributesComeWithWholeSecondsThatNanosecondsCanSay) {
 
 TEST(LinuxMessagesTest, AVolumeCountsInUnitsOfTheFragment) {
     Bytes record;
-    for (const std::uint64_t value : {4096, 4096, 100, 50, 40, 10, 5, 5, 0, 1, 255}) {
-        peer::appendLe(record, value);
+    for (const unsigned value : {4096U, 4096U, 100U, 50U, 40U, 10U, 5U, 5U, 0U, 1U, 255U}) {
+        peer::appendLe(record, std::uint64_t{value});
     }
     const peer::Volume volume = parseStatfs(replyOf(kStatfs, 0, record));
     EXPECT_EQ(volume.blockSize, 4096U);

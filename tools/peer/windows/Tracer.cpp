@@ -106,7 +106,8 @@ std::string policyText(View message) {
 }
 
 std::string requestText(std::uint16_t code, View message) {
-    Cursor from(message, nameOf(code));
+    const char* name = nameOf(code);
+    Cursor from(message, name != nullptr ? name : "request");
     from.bytes(kHeaderSize, "header");
     switch (code) {
         case kCreate:
