@@ -70,7 +70,7 @@ std::uint16_t codeOf(const Bytes& request) {
 
 class WindowsFileSystemTest : public ::testing::Test {
 protected:
-    // Nothing: the request is not answered.
+    // Called with m_mutex held. Nothing: the request is not answered.
     using Answer = std::function<std::optional<Bytes>(const Bytes& request)>;
 
     void SetUp() override {
@@ -113,13 +113,11 @@ protected:
     }
 
     void answer(const Bytes& request) {
-        Answer answer;
-        {
-            const std::lock_guard lock(m_mutex);
-            if (codeOf(request) == kClose) m_closed.push_back(handleOf(request));
-            answer = m_answers[codeOf(request)];
+        const std::lock_guard lock(m_mutex);
+        if (codeOf(request) == kClose) m_closed.push_back(handleOf(request));
+        if (const auto payload = m_answers[codeOf(request)](request)) {
+            m_drives.answer(request, *payload);
         }
-        if (const auto payload = answer(request)) m_drives.answer(request, *payload);
     }
 
     std::vector<std::uint64_t> closed() {
@@ -231,6 +229,7 @@ TEST_F(WindowsFileSystemTest, TimesThatCannotBeSaidBecomeTheirNeighbours) {
     });
     file->setTimes(0, -1);
     file->setTimes(-1'000'000'000, 7);
+    const std::lock_guard lock(m_mutex);
     EXPECT_THAT(sent, ElementsAre(1, -1'000'000'000, -1'000'000'000, 7));
 }
 
@@ -263,24 +262,23 @@ TEST_F(WindowsFileSystemTest, TwoSeparatorsKeepTheSearchForLetterCasesOff) {
     files.list("Tmp", [](const auto&) {});
     files.list("", [](const auto&) {});
     files.remove("Tmp/x");
+    const std::lock_guard lock(m_mutex);
     EXPECT_THAT(paths, ElementsAre("\\\\Tmp\\x", "\\\\Tmp\\*", "\\*", "\\\\Tmp\\x"));
 }
 
 TEST_F(WindowsFileSystemTest, AnOperationWithoutAnAnswerFailsAloneAndItsHandleIsClosedLater) {
     auto& files = start(300ms);
     files.stat("f");
-    std::mutex mutex;
     std::optional<Bytes> held;
     on(kCreate, [&](const Bytes& request) -> std::optional<Bytes> {
         const bool isFolder = peer::loadLe<std::uint16_t>(&request[12]) == 0;
         if (isFolder) return created(0, kHandle);
-        const std::lock_guard lock(mutex);
         held = request;
         return std::nullopt;
     });
     EXPECT_THROW(files.open("f", O_RDONLY), peer::NoAnswer);
     {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(m_mutex);
         ASSERT_TRUE(held);
         m_drives.answer(*held, created(0, 99));
     }

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <limits>
 #include <map>
 
 #include "peer/Endpoint.h"
@@ -37,6 +38,8 @@ struct Lists {
     std::vector<std::string> filter;
     bool readOnly = false;
     bool rootMap = false;
+    bool fixedSizes = false;
+    std::int32_t sizeLimit = 0;
 };
 
 // Not before the callbacks have read the whole line.
@@ -49,6 +52,8 @@ Policy policyOf(const Lists& lists) {
     policy.removableTypes = joined(lists.removable, delimiter);
     policy.opticalTypes = joined(lists.optical, delimiter);
     policy.networkTypes = joined(lists.network, delimiter);
+    policy.setEndOfFile = lists.fixedSizes ? 0 : 1;
+    policy.setEndOfFileLimit = lists.sizeLimit;
     policy.rootMap = lists.rootMap || !lists.filter.empty() ? 1 : 0;
     policy.filter = lists.filter.empty() ? "/" : joined(lists.filter, delimiter);
     return policy;
@@ -56,6 +61,11 @@ Policy policyOf(const Lists& lists) {
 
 void addPolicyOptions(CLI::App& app, Lists& lists) {
     app.add_flag("--read-only", lists.readOnly, "Ask for drives that cannot be written");
+    app.add_flag("--no-resize", lists.fixedSizes,
+                 "Windows dialect: let nobody change sizes but by writing and emptying");
+    app.add_option("--resize-limit", lists.sizeLimit,
+                   "Windows dialect: megabytes up to which sizes may be changed; 0: no limit")
+        ->check(CLI::Range(0, std::numeric_limits<std::int32_t>::max()));
     app.add_flag("--root-map", lists.rootMap, "Ask for the whole file tree as a drive too");
     const auto list = [&app](const char* name, std::vector<std::string>& to, const char* help) {
         app.add_option(name, to, help)->delimiter('|')->allow_extra_args(false)->take_all();
