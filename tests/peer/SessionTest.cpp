@@ -208,26 +208,6 @@ TEST_F(SessionTest, ADriveThatIsAnnouncedTwiceEndsTheSession) {
         HasSubstr("announced twice"));
 }
 
-TEST_F(SessionTest, AListingThatDoesNotGoOnIsGivenUp) {
-    session();
-    std::thread far([this] {
-        const Bytes create = m_drives.next();
-        Bytes block;
-        peer::appendLe(block, std::uint64_t{7});
-        block.append(120, '\0');
-        m_drives.answer(create, FakeDrives::payload(0, 128, block));
-        Bytes none;
-        peer::appendLe(none, std::uint32_t{0});
-        m_drives.answer(m_drives.next(), FakeDrives::payload(0, 0, none));
-        const Bytes close = m_drives.next();
-        EXPECT_EQ(close[0], 2);
-        EXPECT_EQ(peer::loadLe<std::uint64_t>(&close[12]), 7U);
-    });
-    EXPECT_EQ(problem([this] { m_session->list(0, "", [](const auto&) {}); }),
-              "the listing does not go on");
-    far.join();
-}
-
 TEST_F(SessionTest, AHandleThatComesWithAFailureIsClosed) {
     session();
     std::thread far([this] {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <optional>
 
-#include "peer/Text.h"
 #include "peer/windows/Status.h"
 
 namespace peer::windows {
@@ -12,18 +11,9 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::size_t kListsInFlight = 4;
-constexpr std::size_t kMaxEntries = 50'000'000;  // of one folder: more is an endless one
 constexpr std::size_t kMaxDrives = 4096;
 constexpr std::chrono::milliseconds kQuiet{300};  // longer than the other side's pause
 constexpr std::chrono::milliseconds kNoDrivesAfter{3000};
-
-std::pair<std::string_view, std::string_view> splitLast(std::string_view path) {
-    while (path.ends_with('/')) path.remove_suffix(1);
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos) return {"", path};
-    return {path.substr(0, slash), path.substr(slash + 1)};
-}
 
 }  // namespace
 
@@ -331,69 +321,6 @@ void Session::close(std::uint8_t map, std::uint64_t handle) {
 void Session::release(std::uint8_t map, std::uint64_t handle) noexcept {
     const std::lock_guard order(m_submitMutex);
     closeOrKeep(map, handle);
-}
-
-void Session::list(std::uint8_t map, std::string_view path,
-                   const std::function<void(std::vector<Entry>)>& take) {
-    const Created folder = open(map, path, kDirectory | kOpenIfExists | kFailIfNew | kAccessRead);
-    Bytes name = wirePath(path);
-    append(name, *utf16FromUtf8("\\*"));
-
-    std::deque<Ticket> asked;
-    const auto askMore = [&] {
-        asked.push_back(submit(listRequest(map, folder.handle, name, 0, kListLimit)));
-    };
-    // Whatever ends the loop, the answers under way are of no use, and the folder is closed.
-    struct Closer {
-        Session& session;
-        std::uint8_t map;
-        std::uint64_t handle;
-        ~Closer() { session.release(map, handle); }
-    } closer{*this, map, folder.handle};
-
-    std::size_t total = 0;
-    askMore();
-    while (true) {
-        Listing listing = parseListing(wait(asked.front()));
-        asked.pop_front();
-        total += listing.entries.size();
-        if (!listing.ended && listing.entries.empty()) {
-            throw SessionError("the listing does not go on");
-        }
-        if (total > kMaxEntries) throw SessionError("the listing does not end");
-        while (!listing.ended && asked.size() < kListsInFlight) askMore();
-        const bool ended = listing.ended;
-        std::erase_if(listing.entries,
-                      [](const Entry& e) { return e.name == "." || e.name == ".."; });
-        if (!listing.entries.empty()) take(std::move(listing.entries));
-        if (ended) return;
-    }
-}
-
-ObjectInfo Session::stat(std::uint8_t map, std::string_view path) {
-    const auto [parent, name] = splitLast(path);
-    const auto openIt = [&] {
-        const Created object = open(map, path, kOpenIfExists | kFailIfNew | kAccessNone);
-        close(map, object.handle);
-        return object.info;
-    };
-    // A star at the end would list. And the drive itself has no parent on the drive.
-    if (name.empty() || name.ends_with('*')) return openIt();
-
-    Created folder;
-    try {
-        folder = open(map, parent, kDirectory | kOpenIfExists | kFailIfNew | kAccessRead);
-    } catch (const StatusError& error) {
-        if (error.status() != kAccessDenied) throw;
-        return openIt();
-    }
-    const Ticket listed =
-        submit(listRequest(map, folder.handle, wirePath(path), kListReturnOne, kListLimit));
-    const Ticket closed = submit(closeRequest(map, folder.handle));
-    const Listing listing = parseListing(wait(listed));
-    wait(closed);
-    if (listing.entries.empty()) throw StatusError(kStatusFileNotFound);
-    return listing.entries.front().info;
 }
 
 ObjectInfo Session::queryInfo(std::uint8_t map, std::uint64_t handle) {

@@ -109,13 +109,6 @@ public:
     // Closes without waiting for the answer.
     void release(std::uint8_t map, std::uint64_t handle) noexcept;
 
-    // All entries but "." and "..", handed out in portions as they come. Several requests are under
-    // way at a time.
-    void list(std::uint8_t map, std::string_view path,
-              const std::function<void(std::vector<Entry>)>& take);
-
-    // Looks the object up without opening it.
-    ObjectInfo stat(std::uint8_t map, std::string_view path);
     ObjectInfo queryInfo(std::uint8_t map, std::uint64_t handle);
     VolumeInfo volume(std::uint8_t map, std::uint64_t handle);
     ObjectInfo setInfo(std::uint8_t map, std::uint64_t handle, const ObjectInfo& info);
