@@ -1,6 +1,6 @@
 // Prints, behind the usual output, what the benchmarks of one run say about each other: a row for
-// each kind of work, with the plug-in's rate as a ratio to sftp-server's and to the bare system
-// calls'.
+// each kind of work and contestant, with its rate as a ratio to sftp-server's and to that of the
+// bare system calls.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// Names have the form WORK/CONTESTANT, with the contestants "plugin", "sftp" and "bare".
+// Names have the form WORK/CONTESTANT, with the contestants "sftp", "bare" and any others.
 class ComparisonTable : public benchmark::ConsoleReporter {
 public:
     ComparisonTable();

@@ -12,8 +12,8 @@
 
 class SftpServer {
 public:
-    // The largest read that the server answers whole.
-    static constexpr std::size_t kMaxRead = 256000;
+    // The largest read that the server answers whole, and the largest write that it takes.
+    static constexpr std::size_t kMaxTransfer = 256000;
 
     SftpServer();
     ~SftpServer();
