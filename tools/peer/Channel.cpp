@@ -12,6 +12,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "peer/Linger.h"
+
 namespace peer {
 
 namespace {
@@ -110,11 +112,17 @@ std::size_t Channel::fill(char* to, std::size_t count) {
 
 std::size_t Channel::readSome(char* to, std::size_t count) {
     while (true) {
-        const ssize_t got = ::read(m_in.get(), to, count);
+        ssize_t got = -1;
+        int error = 0;
+        lingerWhile([&] {
+            got = ::read(m_in.get(), to, count);
+            error = got < 0 ? errno : 0;
+            return error == EAGAIN || error == EWOULDBLOCK;
+        });
         if (got >= 0) return static_cast<std::size_t>(got);
-        if (errno == EINTR) continue;
-        if (errno == ECONNRESET) return 0;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) fail("cannot read", errno);
+        if (error == EINTR) continue;
+        if (error == ECONNRESET) return 0;
+        if (error != EAGAIN && error != EWOULDBLOCK) fail("cannot read", error);
         waitFor(m_in.get(), POLLIN);
     }
 }

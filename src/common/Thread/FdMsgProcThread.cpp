@@ -4,14 +4,13 @@
 
 #include <algorithm>
 #include <cassert>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <new>
-#include <thread>
 
 #include "ZBoundsChecked.h"
 #include "common/Comm/FdLog.h"
+#include "common/Comm/Linger.h"
 #include "common/Comm/WireNumbers.h"
 #include "common/Map/FdCommand.h"
 #include "common/Map/MapManager.h"
@@ -20,7 +19,6 @@
 
 namespace {
 constexpr int kStopSteps = 100;
-constexpr std::chrono::microseconds kLinger{20};
 
 // A read that is all there looks at nothing behind itself and sees to every byte that it sends, so
 // a file that is read in large pieces pays for no clearing between them.
@@ -69,20 +67,11 @@ void FdMsgProcThread::run() {
         if (msg == nullptr || msg->data == nullptr || msg->dataSize < 1) continue;
         // Kept: the exit flag stays 0, so whoever stops this thread waits in vain and says so.
         if (!handleMessage(*msg)) return;
-        lingerForMessage();
+        lingerWhile([this] { return m_fd_operate_msg_queue->isEmpty(); });
     }
 
     m_buffer.reset();
     m_exit_flag = 1;
-}
-
-// A server that waits for this reply sends its next request at once: going to sleep in between
-// would cost both sides more than a moment of patience.
-void FdMsgProcThread::lingerForMessage() {
-    const auto end = std::chrono::steady_clock::now() + kLinger;
-    while (m_fd_operate_msg_queue->isEmpty() && std::chrono::steady_clock::now() < end) {
-        std::this_thread::yield();
-    }
 }
 
 bool FdMsgProcThread::handleMessage(const FdOperateMsg& msg) {

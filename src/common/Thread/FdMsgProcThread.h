@@ -31,7 +31,6 @@ private:
     // False for a message that the work buffer cannot hold.
     bool handleMessage(const FdOperateMsg& msg);
     void clearBehind(int size);
-    void lingerForMessage();
 
     MapManager* m_mapmanager;                   // not owned
     FdOperateMsgdeque* m_fd_operate_msg_queue;  // not owned

@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "peer/Linger.h"
 #include "peer/linux/Results.h"
 #include "peer/windows/Messages.h"
 
@@ -432,6 +433,10 @@ Session::Ticket Session::submit(const Drive& drive, Request request) {
 
 Bytes Session::wait(Ticket ticket) {
     Slot& slot = *ticket.m_slot;
+    lingerWhile([&] {
+        const std::lock_guard lock(slot.mutex);
+        return !slot.done && !slot.driveGone;
+    });
     {
         std::unique_lock lock(slot.mutex);
         slot.answered.wait_for(lock, m_options.timeout, [&] {

@@ -9,6 +9,7 @@ bool FdCmdQueue::put_node(fd_cmd_item* item) {
     const ZMutexLocker lock(m_mutex);
     const bool wasEmpty = m_list.empty();
     m_list.push_back(item);
+    ++m_count;
     if (wasEmpty) m_wait.wakeOne();  // one reader a queue: with nodes left it is awake
     return true;
 }
@@ -25,6 +26,7 @@ bool FdCmdQueue::get_node(fd_cmd_item** item, int msecond) {
     if (m_list.empty()) return false;
     *item = m_list.front();
     m_list.pop_front();
+    --m_count;
     return true;
 }
 
@@ -32,6 +34,7 @@ bool FdCmdQueue::get_all_node(std::deque<fd_cmd_item*>* nodes) {
     const ZMutexLocker lock(m_mutex);
     if (nodes != &m_list) *nodes = std::exchange(m_list, {});
     m_list.clear();
+    m_count = 0;
     return true;
 }
 

@@ -2,6 +2,7 @@
 // nodes: whoever destroys a queue drains it first.
 #pragma once
 
+#include <atomic>
 #include <deque>
 
 #include "common/Comm/ZThread.h"
@@ -27,7 +28,11 @@ public:
     // From now on get_node never waits, so a reader that is just about to cannot miss its stop.
     void endWaits();
 
+    // A look without the lock.
+    bool isEmpty() const { return m_count.load(std::memory_order_relaxed) == 0; }
+
 private:
+    std::atomic<int> m_count{0};  // of m_list, changed under its lock
     std::deque<fd_cmd_item*> m_list Z_GUARDED_BY(m_mutex);
     bool m_waitsEnded Z_GUARDED_BY(m_mutex) = false;
     ZMutex m_mutex{false};

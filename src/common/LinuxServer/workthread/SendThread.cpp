@@ -6,6 +6,7 @@
 
 #include "ZBoundsChecked.h"
 #include "common/Comm/FdLog.h"
+#include "common/Comm/Linger.h"
 #include "common/Comm/WireNumbers.h"
 #include "common/LinuxServer/workthread/DrainQueue.h"
 #include "common/LinuxServer/workthread/FdContext.h"
@@ -56,6 +57,7 @@ void SendThread::run() {
         if (sent == Sent::kCopyFailed) return;  // Kept: the exit flag stays clear
         if (sent == Sent::kNo) break;  // the channel is out of step: nothing more can follow
         FD_LOG_DEBUG("free item node success. ");
+        lingerWhile([this] { return m_cmd_queue.isEmpty(); });
     }
     endRun();
     FD_LOG_INFO("SendThread finish ...");

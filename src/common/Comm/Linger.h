@@ -1,0 +1,16 @@
+// A moment of patience before a thread goes to sleep. Whoever waits for the answer that has just
+// gone out sends its next request at once: the way through the scheduler and back would cost both
+// sides more than that moment.
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+inline constexpr std::chrono::microseconds kLinger{100};
+
+// Returns as soon as `idle` gives false, at the latest after kLinger.
+template <typename Idle>
+void lingerWhile(Idle idle) {
+    const auto end = std::chrono::steady_clock::now() + kLinger;
+    while (idle() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+}
