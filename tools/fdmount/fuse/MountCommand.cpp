@@ -3,6 +3,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <exception>
 #include <stdexcept>
 
@@ -43,6 +44,7 @@ int serve(const Options& options, const MountOptions& mountOptions, const std::s
     peer::Machine::Options session;
     session.policy = options.policy;
     session.timeout = options.timeout;
+    if (options.trace) session.trace = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
     const auto machine =
         peer::Machine::connect(*connection.channel, options.dialect, std::move(session));
     onStopSignal([&] { machine->cancel(); });

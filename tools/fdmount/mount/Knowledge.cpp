@@ -68,6 +68,12 @@ void Knowledge::learnFolder(Stamp asked, const std::string& path,
     m_folders[path] = std::move(folder);
 }
 
+void Knowledge::guess(const std::string& path, const peer::Attributes& attributes) {
+    const std::lock_guard lock(m_mutex);
+    keepWithinBounds();
+    m_objects[path] = {attributes, Clock::now(), false};
+}
+
 std::optional<peer::Attributes> Knowledge::attributes(const std::string& path) const {
     const std::lock_guard lock(m_mutex);
     const auto object = m_objects.find(path);
@@ -94,6 +100,8 @@ bool Knowledge::isAbsent(const std::string& path) const {
 
 bool Knowledge::isFolderInDemand(const std::string& path) {
     const std::lock_guard lock(m_mutex);
+    const auto object = m_objects.find(path);
+    if (object != m_objects.end() && !object->second.exact) return false;
     keepWithinBounds();
     Demand& demand = m_demand[std::string(folderOf(path))];
     if (!isFresh(demand.since)) demand = {Clock::now(), 0, demand.entries};

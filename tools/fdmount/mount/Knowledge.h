@@ -37,6 +37,9 @@ public:
     void learnFolder(Stamp asked, const std::string& path,
                      const std::vector<peer::DirEntry>& entries);
 
+    // What was not asked for: good enough for roughAttributes().
+    void guess(const std::string& path, const peer::Attributes& attributes);
+
     std::optional<peer::Attributes> attributes(const std::string& path) const;
 
     // The same, also if they were changed since in ways that cannot be told, such as their times.
@@ -45,8 +48,8 @@ public:
     // Whether the folder is known in full, and has no such name.
     bool isAbsent(const std::string& path) const;
 
-    // Counts a question that nothing here answered. True if so many came for one folder that
-    // listing it is cheaper.
+    // Counts a question that nothing here answered, unless it is about something that was changed
+    // from here. True if so many came for one folder that listing it is cheaper.
     bool isFolderInDemand(const std::string& path);
 
     void made(const std::string& path, bool emptyFolder);

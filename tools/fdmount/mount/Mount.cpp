@@ -138,13 +138,15 @@ struct stat Mount::shown(const Place& place, const peer::Attributes& attributes)
     return info;
 }
 
-// The other side's own number, so that links to one file are seen to be one file; two drives must
-// not share any.
+// The other side's own number for folders and for files with several names, so that these are seen
+// to be one file. All others are told apart by their paths, which are known before anybody is
+// asked. Two drives share none.
 std::uint64_t Mount::inodeOf(const Place& place, const peer::Attributes& attributes) const {
     constexpr unsigned kDriveShift = 56;
-    const std::uint64_t inode = attributes.inode != 0
-                                    ? attributes.inode
-                                    : std::hash<std::string>{}(place.path) >> (64 - kDriveShift);
+    constexpr std::uint64_t kByPath = std::uint64_t{1} << (kDriveShift - 1);
+    const bool isOwn = attributes.inode != 0 && (attributes.isDirectory() || attributes.links > 1);
+    const std::uint64_t hash = std::hash<std::string>{}(place.path) % kByPath;
+    const std::uint64_t inode = isOwn ? attributes.inode : hash | kByPath;
     return inode ^ (std::uint64_t{place.drive->id() + 1} << kDriveShift);
 }
 

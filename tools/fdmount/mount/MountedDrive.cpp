@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <iterator>
 
@@ -15,6 +16,13 @@ namespace {
 constexpr std::uint32_t kModeBits = 07777;
 constexpr std::uint32_t kPermissions = 0777;
 constexpr std::uint32_t kOwnerMayWrite = 0200;
+constexpr std::uint32_t kRegular = 0100000;
+
+peer::Time wholeSecondsNow() {
+    using std::chrono::nanoseconds;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return nanoseconds(std::chrono::duration_cast<std::chrono::seconds>(now)).count();
+}
 
 // The kernel reckons where an appended byte goes, and asks for the bytes around a small write.
 int forDrive(int flags) {
@@ -74,6 +82,7 @@ std::vector<peer::DirEntry> MountedDrive::list(const std::string& path) {
 // The other side may hold back permissions that were asked for, as its own user would.
 peer::Attributes MountedDrive::askForMade(const std::string& path, std::uint32_t mode) {
     const peer::Attributes attributes = ask(path);
+    if (attributes.isRegular()) m_granted |= attributes.mode & kPermissions;
     if ((mode & ~attributes.mode & kPermissions) == 0 || attributes.isLink()) return attributes;
     chmod(path, (attributes.mode & kModeBits) | (mode & kPermissions));
     return ask(path);
@@ -167,14 +176,30 @@ OpenFile* MountedDrive::create(const std::string& path, int flags, std::uint32_t
     m_knowledge.made(path, false);
     OpenFile* const opened = m_openFiles.add(path, std::move(file));
     try {
-        const bool late = made && (mode & kOwnerMayWrite) == 0;
-        if (late) opened->expectMode(mode & kModeBits);
-        attributes = made && !late ? askForMade(path, mode) : ask(path);
+        attributes = made ? attributesOfNew(path, mode, *opened) : ask(path);
     } catch (...) {
         m_openFiles.remove(opened);
         throw;
     }
     return opened;
+}
+
+// Most files are written right after, and then nothing but their mode is as it was. So they are not
+// asked for where it is known: the mount says what an empty file is like, until the file is written
+// or closed.
+peer::Attributes MountedDrive::attributesOfNew(const std::string& path, std::uint32_t mode,
+                                               OpenFile& file) {
+    if ((mode & kOwnerMayWrite) == 0) {
+        file.expectMode(mode & kModeBits);
+    } else if ((mode & kPermissions & ~m_granted) != 0) {
+        return askForMade(path, mode);
+    }
+    peer::Attributes attributes;
+    attributes.mode = kRegular | (mode & kModeBits);
+    attributes.accessed = attributes.modified = attributes.changed = wholeSecondsNow();
+    m_knowledge.guess(path, attributes);
+    file.markGuessed();
+    return attributes;
 }
 
 std::size_t MountedDrive::read(OpenFile& file, std::uint64_t offset, char* to, std::size_t size) {
@@ -193,6 +218,7 @@ std::size_t MountedDrive::read(OpenFile& file, std::uint64_t offset, char* to, s
 }
 
 void MountedDrive::write(OpenFile& file, std::uint64_t offset, peer::View data) {
+    file.takeGuessed();  // the kernel asks anew after a write
     file.writes().send(file.file(), offset, data);
     m_knowledge.wrote(file.path(), static_cast<std::int64_t>(offset + data.size()));
 }

@@ -3,6 +3,7 @@
 // Every operation may be called from any thread. They throw RemoteError and SessionError.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -61,10 +62,12 @@ private:
     peer::Attributes ask(const std::string& path);
     peer::Attributes askForMade(const std::string& path, std::uint32_t mode);
     void giveLateMode(OpenFile& file);
+    peer::Attributes attributesOfNew(const std::string& path, std::uint32_t mode, OpenFile& file);
 
     const std::uint32_t m_id;
     const std::string m_name;
     const std::shared_ptr<peer::FileSystem> m_files;
+    std::atomic<std::uint32_t> m_granted{0};  // permissions that new files were given here
     Knowledge m_knowledge;
     OpenFiles m_openFiles;
 };

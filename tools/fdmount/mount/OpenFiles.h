@@ -31,12 +31,17 @@ public:
     std::uint32_t takeLateMode() { return m_lateMode.exchange(kNoMode); }
     static constexpr std::uint32_t kNoMode = ~0U;
 
+    // Its attributes were given without being asked for.
+    void markGuessed() { m_guessed = true; }
+    bool takeGuessed() { return m_guessed.exchange(false); }
+
 private:
     friend class OpenFiles;
 
     const std::shared_ptr<peer::File> m_file;
     const std::shared_ptr<Writes> m_writes;
     std::atomic<std::uint32_t> m_lateMode{kNoMode};
+    std::atomic<bool> m_guessed{false};
     mutable std::mutex m_mutex;  // guards m_path
     std::string m_path;
 };

@@ -183,7 +183,10 @@ int fsync(const char* path, int /*onlyData*/, fuse_file_info* file) {
 }
 
 int release(const char* path, fuse_file_info* file) {
-    return done(path, [&](Mount& m) { m.close(handleOf(file)); });
+    const bool guessed = handleOf(file)->file->takeGuessed();
+    const int failed = done(path, [&](Mount& m) { m.close(handleOf(file)); });
+    if (guessed) ::fuse_invalidate_path(::fuse_get_context()->fuse, path);
+    return failed;
 }
 
 int opendir(const char* path, fuse_file_info* folder) {
