@@ -3,16 +3,15 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <exception>
 #include <stdexcept>
 
+#include "fdmount/Client.h"
 #include "fdmount/Commands.h"
 #include "fdmount/Signals.h"
 #include "fdmount/fuse/Background.h"
 #include "fdmount/mount/LiveMount.h"
 #include "fdmount/mount/MountPoint.h"
-#include "peer/Endpoint.h"
 
 namespace fdmount {
 
@@ -39,22 +38,14 @@ void endIfBusy(const LiveMount& mount, int exitCode) {
 
 int serve(const Options& options, const MountOptions& mountOptions, const std::string& mountPoint,
           Background& background) {
-    const peer::Connection connection = peer::connectTo(options.channel);
-    onStopSignal([&] { connection.channel->interrupt(); });
-    peer::Machine::Options session;
-    session.policy = options.policy;
-    session.timeout = options.timeout;
-    if (options.trace) session.trace = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
-    const auto machine =
-        peer::Machine::connect(*connection.channel, options.dialect, std::move(session));
-    onStopSignal([&] { machine->cancel(); });
-    machine->waitForDrives([](const std::vector<peer::Offer>&) { return false; }, options.timeout);
-    LiveMount mount(*machine, mountOptions, mountPoint);
+    Client client(options);
+    client.allDrives();
+    LiveMount mount(client.machine(), mountOptions, mountPoint);
     onStopSignal([&] { mount.stop(); });
     background.reportSuccess();
     const End end = mount.run();
     onStopSignal({});
-    const int exitCode = reportEnd(end, *machine, mountPoint);
+    const int exitCode = reportEnd(end, client.machine(), mountPoint);
     endIfBusy(mount, exitCode);
     return exitCode;
 }
