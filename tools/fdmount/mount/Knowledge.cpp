@@ -11,6 +11,8 @@ constexpr std::size_t kMostObjects = 50000;
 constexpr std::size_t kMostFolders = 2000;
 constexpr std::size_t kMostNames = 20000;  // in one folder
 
+constexpr std::int64_t kBlock = 512;
+
 // An entry of a listing costs about this part of a question of its own.
 constexpr std::size_t kEntriesPerQuestion = 64;
 constexpr std::size_t kLeastQuestions = 8;
@@ -25,6 +27,12 @@ void eraseWithin(Map& map, const std::string& path) {
 }
 
 }  // namespace
+
+peer::Time wholeSecondsNow() {
+    using std::chrono::nanoseconds;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return nanoseconds(std::chrono::duration_cast<std::chrono::seconds>(now)).count();
+}
 
 std::string_view folderOf(std::string_view path) {
     const std::size_t slash = path.rfind('/');
@@ -144,12 +152,25 @@ void Knowledge::changed(const std::string& path) {
 
 void Knowledge::wrote(const std::string& path, std::int64_t end) {
     const std::lock_guard lock(m_mutex);
-    ++m_changes;
-    blur(path);
-    if (const auto object = m_objects.find(path); object != m_objects.end()) {
-        std::int64_t& size = object->second.attributes.size;
-        size = std::max(size, end);
+    if (peer::Attributes* known = touch(path)) {
+        known->modified = known->changed;
+        known->size = std::max(known->size, end);
+        known->blocks = (known->size + kBlock - 1) / kBlock;
     }
+}
+
+void Knowledge::resized(const std::string& path, std::int64_t size) {
+    const std::lock_guard lock(m_mutex);
+    if (peer::Attributes* known = touch(path)) {
+        known->modified = known->changed;
+        known->size = size;
+        known->blocks = (size + kBlock - 1) / kBlock;
+    }
+}
+
+void Knowledge::gaveMode(const std::string& path, std::uint32_t mode) {
+    const std::lock_guard lock(m_mutex);
+    if (peer::Attributes* known = touch(path)) known->mode = (known->mode & ~07777U) | mode;
 }
 
 void Knowledge::keepWithinBounds() {
@@ -179,6 +200,16 @@ void Knowledge::blur(const std::string& path) {
     if (const auto object = m_objects.find(path); object != m_objects.end()) {
         object->second.exact = false;
     }
+}
+
+// What is told of it from here on is a guess, though a good one.
+peer::Attributes* Knowledge::touch(const std::string& path) {
+    ++m_changes;
+    const auto object = m_objects.find(path);
+    if (object == m_objects.end()) return nullptr;
+    object->second.exact = false;
+    object->second.attributes.changed = wholeSecondsNow();
+    return &object->second.attributes;
 }
 
 void Knowledge::nameAppears(const std::string& path) {

@@ -18,6 +18,9 @@
 
 namespace fdmount {
 
+// The clock of most drives: whole seconds.
+peer::Time wholeSecondsNow();
+
 std::string_view folderOf(std::string_view path);
 std::string_view nameIn(std::string_view path);
 bool isWithin(std::string_view path, std::string_view folder);  // or is it
@@ -57,6 +60,8 @@ public:
     void moved(const std::string& from, const std::string& to);
     void changed(const std::string& path);
     void wrote(const std::string& path, std::int64_t end);
+    void resized(const std::string& path, std::int64_t size);
+    void gaveMode(const std::string& path, std::uint32_t mode);  // permissions and the like
 
 private:
     struct Object {
@@ -79,6 +84,7 @@ private:
     void forget(const std::string& path);
     void forgetWithin(const std::string& path);
     void blur(const std::string& path);
+    peer::Attributes* touch(const std::string& path);  // null: nothing is known
     void nameAppears(const std::string& path);
     void nameVanishes(const std::string& path);
 

@@ -266,6 +266,8 @@ void Mount::chmod(const char* path, mode_t mode) {
         return;
     }
     place.drive->chmod(place.path, mode & 07777U);
+    known = place.drive->roughly(place.path);
+    if (known) Reply::keep(path, shown(place, *known));
 }
 
 // Everything belongs to one user, whoever it belongs to on the other side. Programs that give a

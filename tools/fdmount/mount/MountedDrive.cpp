@@ -3,7 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 
@@ -18,11 +18,7 @@ constexpr std::uint32_t kPermissions = 0777;
 constexpr std::uint32_t kOwnerMayWrite = 0200;
 constexpr std::uint32_t kRegular = 0100000;
 
-peer::Time wholeSecondsNow() {
-    using std::chrono::nanoseconds;
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return nanoseconds(std::chrono::duration_cast<std::chrono::seconds>(now)).count();
-}
+constexpr peer::Time kSecond = 1'000'000'000;
 
 // The kernel reckons where an appended byte goes, and asks for the bytes around a small write.
 int forDrive(int flags) {
@@ -34,6 +30,9 @@ int forDrive(int flags) {
 peer::Attributes MountedDrive::stat(const std::string& path) {
     if (m_knowledge.isAbsent(path)) throw Refusal{ENOENT};
     if (const auto known = m_knowledge.attributes(path)) return *known;
+    if (m_openFiles.hasNew(path)) {
+        if (const auto guess = m_knowledge.roughAttributes(path)) return *guess;
+    }
     if (!path.empty() && m_knowledge.isFolderInDemand(path)) {
         try {
             list(std::string(folderOf(path)));
@@ -82,7 +81,10 @@ std::vector<peer::DirEntry> MountedDrive::list(const std::string& path) {
 // The other side may hold back permissions that were asked for, as its own user would.
 peer::Attributes MountedDrive::askForMade(const std::string& path, std::uint32_t mode) {
     const peer::Attributes attributes = ask(path);
-    if (attributes.isRegular()) m_granted |= attributes.mode & kPermissions;
+    if (attributes.isRegular()) {
+        m_granted |= attributes.mode & kPermissions;
+        m_clocksAgree = std::abs(attributes.modified - wholeSecondsNow()) <= kSecond;
+    }
     if ((mode & ~attributes.mode & kPermissions) == 0 || attributes.isLink()) return attributes;
     chmod(path, (attributes.mode & kModeBits) | (mode & kPermissions));
     return ask(path);
@@ -135,7 +137,7 @@ void MountedDrive::rename(const std::string& from, const std::string& to) {
 void MountedDrive::chmod(const std::string& path, std::uint32_t mode) {
     m_openFiles.settle(path);  // what is on its way may need the permissions of before
     m_files->chmod(path, mode);
-    m_knowledge.changed(path);
+    m_knowledge.gaveMode(path, mode);
 }
 
 void MountedDrive::setTimes(const std::string& path, peer::Time accessed, peer::Time modified) {
@@ -151,7 +153,7 @@ void MountedDrive::truncate(const std::string& path, std::int64_t size, OpenFile
     } else {
         m_files->truncate(path, size);
     }
-    m_knowledge.changed(path);
+    m_knowledge.resized(path, size);
 }
 
 OpenFile* MountedDrive::open(const std::string& path, int flags) {
@@ -184,21 +186,20 @@ OpenFile* MountedDrive::create(const std::string& path, int flags, std::uint32_t
     return opened;
 }
 
-// Most files are written right after, and then nothing but their mode is as it was. So they are not
-// asked for where it is known: the mount says what an empty file is like, until the file is written
-// or closed.
+// Most files are written right after, and closed. Until then what they are like is known here as
+// well, but for the difference of a moment in their times, unless the clocks differ.
 peer::Attributes MountedDrive::attributesOfNew(const std::string& path, std::uint32_t mode,
                                                OpenFile& file) {
-    if ((mode & kOwnerMayWrite) == 0) {
-        file.expectMode(mode & kModeBits);
-    } else if ((mode & kPermissions & ~m_granted) != 0) {
+    const bool late = (mode & kOwnerMayWrite) == 0;
+    if (late) file.expectMode(mode & kModeBits);
+    if (!late && (!m_clocksAgree || (mode & kPermissions & ~m_granted) != 0)) {
         return askForMade(path, mode);
     }
     peer::Attributes attributes;
     attributes.mode = kRegular | (mode & kModeBits);
     attributes.accessed = attributes.modified = attributes.changed = wholeSecondsNow();
     m_knowledge.guess(path, attributes);
-    file.markGuessed();
+    file.markNew();
     return attributes;
 }
 
@@ -218,7 +219,6 @@ std::size_t MountedDrive::read(OpenFile& file, std::uint64_t offset, char* to, s
 }
 
 void MountedDrive::write(OpenFile& file, std::uint64_t offset, peer::View data) {
-    file.takeGuessed();  // the kernel asks anew after a write
     file.writes().send(file.file(), offset, data);
     m_knowledge.wrote(file.path(), static_cast<std::int64_t>(offset + data.size()));
 }

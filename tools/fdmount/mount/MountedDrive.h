@@ -68,6 +68,7 @@ private:
     const std::string m_name;
     const std::shared_ptr<peer::FileSystem> m_files;
     std::atomic<std::uint32_t> m_granted{0};  // permissions that new files were given here
+    std::atomic<bool> m_clocksAgree{false};
     Knowledge m_knowledge;
     OpenFiles m_openFiles;
 };

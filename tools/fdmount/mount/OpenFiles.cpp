@@ -1,5 +1,6 @@
 #include "fdmount/mount/OpenFiles.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "fdmount/mount/Knowledge.h"
@@ -31,6 +32,14 @@ void OpenFiles::remove(OpenFile* file) {
     removed = std::move(found->second);
     group->second.erase(found);
     if (group->second.empty()) m_files.erase(group);
+}
+
+bool OpenFiles::hasNew(const std::string& path) {
+    const std::lock_guard lock(m_mutex);
+    const auto group = m_files.find(path);
+    return group != m_files.end() &&
+           std::any_of(group->second.begin(), group->second.end(),
+                       [](const auto& item) { return item.first->m_new.load(); });
 }
 
 std::optional<std::uint32_t> OpenFiles::lateMode(const std::string& path) {

@@ -31,9 +31,9 @@ public:
     std::uint32_t takeLateMode() { return m_lateMode.exchange(kNoMode); }
     static constexpr std::uint32_t kNoMode = ~0U;
 
-    // Its attributes were given without being asked for.
-    void markGuessed() { m_guessed = true; }
-    bool takeGuessed() { return m_guessed.exchange(false); }
+    // It was made here and not closed since: what it is like need not be asked for.
+    void markNew() { m_new = true; }
+    bool takeNew() { return m_new.exchange(false); }
 
 private:
     friend class OpenFiles;
@@ -41,7 +41,7 @@ private:
     const std::shared_ptr<peer::File> m_file;
     const std::shared_ptr<Writes> m_writes;
     std::atomic<std::uint32_t> m_lateMode{kNoMode};
-    std::atomic<bool> m_guessed{false};
+    std::atomic<bool> m_new{false};
     mutable std::mutex m_mutex;  // guards m_path
     std::string m_path;
 };
@@ -50,6 +50,8 @@ class OpenFiles {
 public:
     OpenFile* add(const std::string& path, std::unique_ptr<peer::File> file);
     void remove(OpenFile* file);
+
+    bool hasNew(const std::string& path);
 
     // What a file that is open there has to become when it is closed.
     std::optional<std::uint32_t> lateMode(const std::string& path);

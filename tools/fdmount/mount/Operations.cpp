@@ -174,8 +174,14 @@ int write(const char* path, const char* from, std::size_t size, off_t offset,
     return failed != 0 ? failed : static_cast<int>(size);
 }
 
+// The kernel has to ask anew for what it was told in advance. It holds no lock here that it would
+// need for that.
 int flush(const char* path, fuse_file_info* file) {
-    return done(path, [&](Mount&) { handleOf(file)->drive->flush(*handleOf(file)->file); });
+    const Handle& handle = *handleOf(file);
+    const bool wasGuessed = handle.file->takeNew();
+    const int failed = done(path, [&](Mount&) { handle.drive->flush(*handle.file); });
+    if (wasGuessed) ::fuse_invalidate_path(::fuse_get_context()->fuse, path);
+    return failed;
 }
 
 int fsync(const char* path, int /*onlyData*/, fuse_file_info* file) {
@@ -183,10 +189,7 @@ int fsync(const char* path, int /*onlyData*/, fuse_file_info* file) {
 }
 
 int release(const char* path, fuse_file_info* file) {
-    const bool guessed = handleOf(file)->file->takeGuessed();
-    const int failed = done(path, [&](Mount& m) { m.close(handleOf(file)); });
-    if (guessed) ::fuse_invalidate_path(::fuse_get_context()->fuse, path);
-    return failed;
+    return done(path, [&](Mount& m) { m.close(handleOf(file)); });
 }
 
 int opendir(const char* path, fuse_file_info* folder) {
