@@ -8,9 +8,29 @@
 
 inline constexpr std::chrono::microseconds kLinger{100};
 
-// Returns as soon as `idle` gives false, at the latest after kLinger.
+// Returns as soon as `idle` gives false, at the latest after kLinger. A yield that took long says
+// that somebody else needs this processor: then this thread does not linger for a while.
 template <typename Idle>
 void lingerWhile(Idle idle) {
-    const auto end = std::chrono::steady_clock::now() + kLinger;
-    while (idle() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::microseconds kLongYield{30};
+    constexpr int kSkips = 100;
+    static thread_local int skips = 0;  // that are still to come
+    if (!idle()) return;
+    if (skips > 0) {
+        --skips;
+        return;
+    }
+    auto now = Clock::now();
+    const auto end = now + kLinger;
+    while (now < end) {
+        const auto before = now;
+        std::this_thread::yield();
+        if (!idle()) return;
+        now = Clock::now();
+        if (now - before > kLongYield) {
+            skips = kSkips;
+            return;
+        }
+    }
 }
