@@ -28,7 +28,8 @@ void DriveFixture::use(peer::Dialect dialect, const peer::windows::Policy& polic
 void DriveFixture::hangUp() {
     m_files.reset();
     m_machine.reset();
-    m_connection = {};
+    m_connection.channel.reset();  // first, so that the program ends by itself
+    m_connection.child.reset();
 }
 
 std::string DriveFixture::at(std::string_view name) const {

@@ -1,11 +1,14 @@
 // The texts of symbolic links, with the other side's folder in front of them.
 #include "peer/linux/LinkTargets.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
 using peer::linux::LinkTargets;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 constexpr const char* kFolder = "/media/Data";
 
@@ -58,6 +61,34 @@ TEST(LinkTargets, WithoutTheFolderNothingIsChanged) {
     EXPECT_EQ(targets.sent("f", "a/l"), "/a/f");
     EXPECT_TRUE(LinkTargets::needsFolder("/f"));
     EXPECT_FALSE(LinkTargets::needsFolder("f"));
+}
+
+TEST(LinkTargets, WhateverEndsInTheDrivesNameMayBeTheFolder) {
+    EXPECT_THAT(LinkTargets::candidates("/media/Data/a/f", "Data"), ElementsAre("/media/Data"));
+    EXPECT_THAT(LinkTargets::candidates("/Data/./f", "Data"), ElementsAre("/Data"));
+    EXPECT_THAT(LinkTargets::candidates("/media/Data/Data/f", "Data"),
+                ElementsAre("/media/Data", "/media/Data/Data"));
+    EXPECT_THAT(LinkTargets::candidates("/media/Data/../../x/Data/f", "Data"),
+                ElementsAre("/media/Data", "/media/Data/../../x/Data"));
+}
+
+TEST(LinkTargets, WhatMerelyContainsTheNameIsNotTheFolder) {
+    for (const char* stored : {"/media/Data2/f", "/srv/MyData/f", "/media/Data", "Data/f",
+                               "../media/Data/f", "/etc/passwd", "/", ""}) {
+        EXPECT_THAT(LinkTargets::candidates(stored, "Data"), IsEmpty()) << stored;
+    }
+}
+
+TEST(LinkTargets, NoTargetMakesForEndlessTries) {
+    std::string stored = "/";
+    for (int i = 0; i < 1000; ++i) stored += "D/";
+    EXPECT_EQ(LinkTargets::candidates(stored, "D").size(), 8U);
+}
+
+TEST(LinkTargets, TheWayToAFolderLeadsThroughTheRoot) {
+    const std::string way = LinkTargets::wayTo("/media/Data");
+    EXPECT_TRUE(way.starts_with("../../../"));
+    EXPECT_TRUE(way.ends_with("/../media/Data"));
 }
 
 TEST(LinkTargets, LearnsTheFolderFromALinkOfItsOwnOnly) {

@@ -171,6 +171,59 @@ TEST_F(LinuxFileSystemTest, AnAbsoluteLinkIsPrecededByATrialThatIsRemoved) {
     EXPECT_EQ(m_error, 0);
 }
 
+// What the far end says of an object: where it lies, and which one it is there.
+Bytes object(std::int64_t fileSystem, std::int64_t inode) {
+    Bytes record = LinuxSide::stat(0040755);
+    peer::storeLe(record.data(), fileSystem);
+    peer::storeLe(record.data() + 8, inode);
+    return record;
+}
+
+TEST_F(LinuxFileSystemTest, ALinkOfAnEarlierSessionTeachesTheFolder) {
+    std::string first, second;
+    against({answer(0, text("/media/Data/sub/../f")), answer(0, object(7, 2)),
+             answer(0, object(7, 2)), answer(0, text("/media/Data/../../etc/passwd"))},
+            [&] {
+                first = m_files->readLink("sub/l");
+                second = m_files->readLink("other");
+            });
+    EXPECT_EQ(first, "../f");
+    EXPECT_EQ(second, "/etc/passwd");
+    EXPECT_EQ(m_asked.at(1), "getattr /" + LinkTargets::wayTo("/media/Data"));
+    EXPECT_EQ(m_asked.at(2), "getattr /");
+}
+
+TEST_F(LinuxFileSystemTest, AFolderThatOnlyHasTheDrivesNameIsNotTheDrives) {
+    std::string elsewhere, otherSystem, deeper;
+    against({answer(0, text("/none/Data/f")), answer(-2), answer(0, text("/mnt/Data/f")),
+             answer(0, object(8, 2)), answer(0, object(7, 2)), answer(0, text("/Data/Data/./f")),
+             answer(0, object(7, 5)), answer(0, object(7, 2)), answer(0, object(7, 2)),
+             answer(0, object(7, 2))},
+            [&] {
+                elsewhere = m_files->readLink("l");
+                otherSystem = m_files->readLink("l");
+                deeper = m_files->readLink("l");
+            });
+    EXPECT_EQ(elsewhere, "/none/Data/f");
+    EXPECT_EQ(otherSystem, "/mnt/Data/f");
+    EXPECT_EQ(deeper, "f");
+}
+
+TEST_F(LinuxFileSystemTest, TheFileTreesFolderIsKnownFromTheStart) {
+    auto plug = m_session->drives().at(0)->plug;
+    plug.root = true;
+    plug.folder = "Root";
+    m_files =
+        std::make_shared<LinuxFileSystem>(m_session, std::make_shared<Drive>(1, std::move(plug)));
+    std::string target;
+    against({answer(0, text("/./sub/../f")), answer(0)}, [&] {
+        target = m_files->readLink("sub/l");
+        m_files->makeLink("/etc/passwd", "l");
+    });
+    EXPECT_EQ(target, "../f");
+    EXPECT_EQ(m_asked.at(1), "symlink /../etc/passwd");
+}
+
 TEST_F(LinuxFileSystemTest, TimesAreNotKept) {
     EXPECT_FALSE(m_files->keepsTimes());
     try {

@@ -26,6 +26,7 @@ struct Attributes {
     std::uint32_t mode = 0;  // as st_mode
     std::uint32_t uid = 0, gid = 0;
     std::uint64_t inode = 0;
+    std::uint64_t fileSystem = 0;  // the number of the one it lies on; 0: not known
     std::uint64_t links = 1;
     std::uint64_t device = 0;  // of a device node
     std::int64_t size = 0;

@@ -5,6 +5,8 @@ namespace peer::linux {
 namespace {
 
 constexpr std::string_view kUp = "/..";
+constexpr std::size_t kDeepestFolder = 64;  // going up from the root ends at the root
+constexpr std::size_t kMaxCandidates = 8;   // each one costs an exchange
 
 std::string_view folderOf(std::string_view path) {
     const std::size_t slash = path.rfind('/');
@@ -37,6 +39,22 @@ std::size_t componentsOf(std::string_view path) {
 std::string LinkTargets::folderFrom(std::string_view stored, std::string_view sent) {
     if (!stored.starts_with('/') || !stored.ends_with(sent)) return {};
     return std::string(stored.substr(0, stored.size() - sent.size()));
+}
+
+std::vector<std::string> LinkTargets::candidates(std::string_view stored, std::string_view name) {
+    std::vector<std::string> found;
+    if (!stored.starts_with('/') || name.empty()) return found;
+    const std::string part = "/" + std::string(name) + "/";
+    std::size_t at = stored.find(part);
+    while (at != std::string_view::npos && found.size() < kMaxCandidates) {
+        found.emplace_back(stored.substr(0, at + part.size() - 1));
+        at = stored.find(part, at + 1);
+    }
+    return found;
+}
+
+std::string LinkTargets::wayTo(std::string_view folder) {
+    return repeated(kUp, kDeepestFolder).substr(1) + std::string(folder);
 }
 
 std::string LinkTargets::climb() const {

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace peer::linux {
 
@@ -15,6 +16,13 @@ public:
 
     // The folder that stands in `stored` before what was `sent`; empty if that is not its end.
     static std::string folderFrom(std::string_view stored, std::string_view sent);
+
+    // What may be the drive's folder, the shortest first, by what a link holds: that folder's last
+    // part is the `name` that the drive was announced with.
+    static std::vector<std::string> candidates(std::string_view stored, std::string_view name);
+
+    // A path on the drive that leads to this folder of the other side, wherever the drive is.
+    static std::string wayTo(std::string_view folder);
 
     bool isKnown() const { return !m_folder.empty(); }
 

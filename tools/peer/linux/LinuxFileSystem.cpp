@@ -18,6 +18,7 @@ constexpr std::size_t kFirstBlock = std::size_t{64} << 10;
 constexpr std::size_t kBlockGrowth = 64;  // each try lists the folder from its start again
 constexpr std::size_t kLargestBlock = kMaxMessage - kPayloadAt - kBlockOverrun;
 constexpr std::size_t kLongestTarget = 8192;
+constexpr const char* kRootFolder = "/.";  // of the drive that is the whole file tree
 constexpr std::uint32_t kRegular = 0100000;
 constexpr std::uint32_t kOwnerMayWrite = 0200;
 constexpr std::uint32_t kPermissions = 07777;
@@ -42,7 +43,9 @@ void follow(std::string& path, std::string_view from, std::string_view to) {
 }  // namespace
 
 LinuxFileSystem::LinuxFileSystem(std::shared_ptr<Session> session, DrivePtr drive)
-    : m_session(std::move(session)), m_drive(std::move(drive)) {}
+    : m_session(std::move(session)),
+      m_drive(std::move(drive)),
+      m_targets(m_drive->plug.root ? kRootFolder : "") {}
 
 LinuxFileSystem::~LinuxFileSystem() = default;
 
@@ -172,9 +175,29 @@ std::string LinuxFileSystem::storedTarget(std::string_view path) {
 
 // From the link at `path`, which was just made with this text.
 void LinuxFileSystem::learn(std::string_view path, std::string_view sent) {
-    LinkTargets learned(LinkTargets::folderFrom(storedTarget(path), sent));
+    keep(LinkTargets(LinkTargets::folderFrom(storedTarget(path), sent)));
+}
+
+void LinuxFileSystem::keep(LinkTargets learned) {
     const std::lock_guard lock(m_targetsMutex);
     if (!m_targets.isKnown()) m_targets = std::move(learned);
+}
+
+// Whether this folder of the other side is the drive's own: it is, if it is the same object.
+bool LinuxFileSystem::isDrivesFolder(std::string_view folder) {
+    try {
+        const Attributes there = stat(LinkTargets::wayTo(folder)), drive = stat("");
+        return there.inode == drive.inode && there.fileSystem == drive.fileSystem;
+    } catch (const RemoteError&) {
+        return false;  // there is no such folder, so it is none of ours
+    }
+}
+
+// From what a link holds that somebody made earlier, without making one.
+void LinuxFileSystem::learnFrom(std::string_view stored) {
+    for (std::string& folder : LinkTargets::candidates(stored, m_drive->plug.folder)) {
+        if (isDrivesFolder(folder)) return keep(LinkTargets(std::move(folder)));
+    }
 }
 
 // Knows the drive's folder, if need be from a link that is made for that and removed.
@@ -209,7 +232,9 @@ void LinuxFileSystem::makeLink(const std::string& target, std::string_view path)
 }
 
 std::string LinuxFileSystem::readLink(std::string_view path) {
-    return targets().shown(storedTarget(path), path);
+    const std::string stored = storedTarget(path);
+    if (!targets().isKnown()) learnFrom(stored);
+    return targets().shown(stored, path);
 }
 
 }  // namespace peer::linux

@@ -55,6 +55,9 @@ private:
     LinkTargets targets();
     LinkTargets learnedTargets(std::string_view path);
     void learn(std::string_view path, std::string_view sent);
+    void learnFrom(std::string_view stored);
+    void keep(LinkTargets learned);
+    bool isDrivesFolder(std::string_view folder);
     std::string storedTarget(std::string_view path);
 
     // Calls `work` with the path that the file has now.

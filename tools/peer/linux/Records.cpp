@@ -38,6 +38,7 @@ std::string readText(Cursor& from, std::string_view field) {
 
 Attributes parseStat(const char* record) {
     Attributes attributes;
+    attributes.fileSystem = word<std::uint64_t>(record, 0);
     attributes.inode = word<std::uint64_t>(record, 1);
     attributes.mode = word<std::uint32_t>(record, 2) & 0xFFFFU;
     attributes.links = word<std::uint64_t>(record, 3);
