@@ -30,7 +30,7 @@ as_root() {
 debian_packages() {
     case $1 in
         build) echo g++ cmake ninja-build libcli11-dev libfuse3-dev fuse3 pkgconf ;;
-        test) echo libgtest-dev libgmock-dev procps openssh-sftp-server ;;
+        test) echo libgtest-dev libgmock-dev git procps rsync openssh-sftp-server ;;
         bench) echo libbenchmark-dev libgtest-dev libgmock-dev openssh-sftp-server ;;
         bench-mount) echo sshfs openssh-sftp-server git ;;
         check) echo clang lld llvm libclang-rt-dev clang-format-14 clang-tidy-14 libbenchmark-dev ;;

@@ -151,6 +151,17 @@ TEST_F(FilesTest, AFileThatNobodyMayWriteIsWrittenByWhoMadeIt) {
     EXPECT_EQ(readFile(at("file")), "text");
 }
 
+TEST_F(FilesTest, TheModeThatIsGivenToAnOpenFileLasts) {
+    mountData();
+    {
+        const FileDescriptor file(::open(at("file").c_str(), O_WRONLY | O_CREAT | O_EXCL, 0400));
+        EXPECT_EQ(put(file.get(), "text"), 4);
+        EXPECT_EQ(::fchmod(file.get(), 0444), 0);
+    }
+    EXPECT_EQ(statOf(at("file")).st_mode & 0777U, 0444u);
+    EXPECT_EQ(m_files->asked("flush"), 0);
+}
+
 TEST_F(FilesTest, WhatIsWrittenIsSeenAtOnceThroughEveryWay) {
     mountData();
     const FileDescriptor out(::open(at("file").c_str(), O_RDWR | O_CREAT, 0600));

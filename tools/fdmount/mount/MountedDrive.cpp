@@ -136,7 +136,11 @@ void MountedDrive::rename(const std::string& from, const std::string& to) {
 
 void MountedDrive::chmod(const std::string& path, std::uint32_t mode) {
     m_openFiles.settle(path);  // what is on its way may need the permissions of before
-    m_files->chmod(path, mode);
+    if (const auto late = m_openFiles.takeLate(path)) {
+        late->chmod(mode);  // which takes the place of the mode that it was to be given at its end
+    } else {
+        m_files->chmod(path, mode);
+    }
     m_knowledge.gaveMode(path, mode);
 }
 

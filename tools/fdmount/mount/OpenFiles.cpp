@@ -52,6 +52,16 @@ std::optional<std::uint32_t> OpenFiles::lateMode(const std::string& path) {
     return std::nullopt;
 }
 
+std::shared_ptr<peer::File> OpenFiles::takeLate(const std::string& path) {
+    const std::lock_guard lock(m_mutex);
+    const auto group = m_files.find(path);
+    if (group == m_files.end()) return nullptr;
+    for (const auto& [file, owner] : group->second) {
+        if (file->takeLateMode() != OpenFile::kNoMode) return file->file();
+    }
+    return nullptr;
+}
+
 template <typename Matches>
 void OpenFiles::settleWhere(const Matches& matches) {
     std::vector<std::shared_ptr<Writes>> found;

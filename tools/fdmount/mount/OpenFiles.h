@@ -56,6 +56,9 @@ public:
     // What a file that is open there has to become when it is closed.
     std::optional<std::uint32_t> lateMode(const std::string& path);
 
+    // The file of which that was expected until now; null: none.
+    std::shared_ptr<peer::File> takeLate(const std::string& path);
+
     // Wait until what was written there is on the other side.
     void settle(const std::string& path);
     void settleIn(const std::string& folder);  // in the folder itself
