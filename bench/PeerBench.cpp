@@ -73,8 +73,8 @@ public:
     auto askAttributes() {
         return m_share.session->submit(peer::windows::queryInfoRequest(m_map, m_handle));
     }
-    void takeAttributes(peer::windows::Session::Ticket ticket) {
-        peer::windows::parseInfo(m_share.session->wait(std::move(ticket)));
+    void takeAttributes(const peer::windows::Session::Ticket& ticket) {
+        peer::windows::parseInfo(m_share.session->wait(ticket));
     }
 
 private:

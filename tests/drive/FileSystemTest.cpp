@@ -12,11 +12,9 @@
 
 namespace {
 
-using peer::Attributes;
 using peer::Dialect;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 
 class FileSystemTest : public DriveFixture, public ::testing::WithParamInterface<Dialect> {
 protected:
@@ -49,14 +47,14 @@ TEST_P(FileSystemTest, AFileIsWrittenAndReadBack) {
 TEST_P(FileSystemTest, ABlockOfAnySizeGoesToAnyOffset) {
     std::string expected;
     const auto file = drive().create(at("file"), O_RDWR, 0644);
-    for (const std::size_t size : {1, 511, 512, 513, 4095, 65537, 1 << 20}) {
+    for (const std::size_t size : {1U, 511U, 512U, 513U, 4095U, 65537U, 1U << 20}) {
         const std::string block(size, static_cast<char>('a' + size % 26));
         EXPECT_EQ(file->write(expected.size(), peer::viewOf(block))(), size);
         expected += block;
     }
     EXPECT_EQ(readFile(here("file")), expected);
-    for (const std::size_t offset : {0, 1, 510, 1023, 70001}) {
-        for (const std::size_t length : {1, 7, 511, 513, 65536}) {
+    for (const std::size_t offset : {0U, 1U, 510U, 1023U, 70001U}) {
+        for (const std::size_t length : {1U, 7U, 511U, 513U, 65536U}) {
             const peer::Data data = file->read(offset, length)();
             EXPECT_EQ(peer::textOf(data.bytes), expected.substr(offset, length))
                 << length << " at " << offset;

@@ -56,7 +56,7 @@ TEST_F(FilesTest, AttributesAreThoseOfTheOtherSideAndTheOwnerIsWhoMounts) {
 }
 
 TEST_F(FilesTest, AFolderIsListedInOneExchangeWithTheAttributesOfAll) {
-    for (int i = 0; i < 500; ++i) write(behind("f" + std::to_string(i)), std::string(i, 'x'));
+    for (unsigned i = 0; i < 500; ++i) write(behind("f" + std::to_string(i)), std::string(i, 'x'));
     mountData();
     statOf(at(""));
     m_files->forgetAsked();

@@ -23,7 +23,6 @@ using namespace peer::windows;
 using namespace std::chrono_literals;
 using peer::Bytes;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr std::uint64_t kHandle = 7;
 

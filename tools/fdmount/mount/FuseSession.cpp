@@ -71,6 +71,7 @@ FuseSession::FuseSession(Mount& mount, const std::string& mountPoint) {
     keepLargeBlocks();
     std::vector<std::string> words = argumentsOf(mount.options());
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
     fuse_args arguments = FUSE_ARGS_INIT(static_cast<int>(words.size()), pointers.data());

@@ -24,7 +24,7 @@ constexpr mode_t kExecute = 0111;
 constexpr mode_t kWrite = 0222;
 
 // Programs write and read in portions of this size: each of them is a call of its own.
-constexpr std::int64_t kLeastBlock = 64 * 1024;
+constexpr std::int64_t kLeastBlock = std::int64_t{64} * 1024;
 
 struct timespec timeOf(peer::Time time) {
     std::int64_t seconds = time / kSecond;

@@ -101,7 +101,7 @@ std::string checkMountPoint(const std::string& path, bool mayBeFull) {
     checkFolder(path, mayBeFull);
     checkSystem();
     std::error_code error;
-    const std::string whole = std::filesystem::canonical(path, error);
+    std::string whole = std::filesystem::canonical(path, error);
     if (error) refuseFolder(path, error.value());
     return whole;
 }

@@ -36,11 +36,13 @@ int done(const char* path, Work work) {
 }
 
 Handle* handleOf(const fuse_file_info* info) {
-    return info == nullptr ? nullptr : reinterpret_cast<Handle*>(info->fh);
+    return info == nullptr
+               ? nullptr
+               : reinterpret_cast<Handle*>(info->fh);  // NOLINT(performance-no-int-to-ptr)
 }
 
 OpenFolder* folderOf(const fuse_file_info* info) {
-    return reinterpret_cast<OpenFolder*>(info->fh);
+    return reinterpret_cast<OpenFolder*>(info->fh);  // NOLINT(performance-no-int-to-ptr)
 }
 
 template <typename Object>
