@@ -64,6 +64,40 @@ TEST_F(HostTest, EndsWellInTheMiddleOfAConnection) {
     EXPECT_EQ(m_host->finish().exitCode, 0);
 }
 
+TEST_F(HostTest, ServesATcpPortThatItTells) {
+    m_folder.file("Data/one");
+    const std::string told = m_folder.file("told");
+    Program host({FDSHARE, "-vv", "--listen", "tcp:0", m_share}, {.out = told});
+    ASSERT_TRUE(host.waitForError(": listening")) << host.finish().err;
+    std::string endpoint = readFile(told);
+    ASSERT_TRUE(endpoint.starts_with("tcp:") && endpoint.ends_with("\n")) << endpoint;
+    endpoint.pop_back();
+
+    for (const char* dialect : {"linux", "windows"}) {
+        const Outcome outcome = run({FDMOUNT, "--dialect", dialect, endpoint, "drives"}, {});
+        EXPECT_THAT(outcome.out, HasSubstr("Data")) << outcome.err;
+    }
+    const Outcome taken = run({FDSHARE, "--listen", endpoint, m_share}, {});
+    EXPECT_EQ(taken.exitCode, 1);
+    EXPECT_EQ(taken.err, "fdshare: " + endpoint + ": cannot listen: Address already in use\n");
+
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.finish().exitCode, 0);
+    EXPECT_EQ(run({FDMOUNT, endpoint, "ls"}, {}).err,
+              "fdmount: " + endpoint + ": cannot connect: Connection refused\n");
+}
+
+TEST_F(HostTest, APortThatIsNoneIsWrongUsage) {
+    const Outcome host = run({FDSHARE, "--listen", "tcp:10.0.0.1:80", m_share}, {});
+    EXPECT_EQ(host.exitCode, 2);
+    EXPECT_THAT(host.err, HasSubstr("tcp:10.0.0.1:80: is not tcp:PORT with a number from 0"));
+    const Outcome mount = run({FDMOUNT, "tcp:0", "ls"}, {});
+    EXPECT_EQ(mount.exitCode, 2);
+    EXPECT_EQ(mount.err,
+              "fdmount: tcp:0: is not tcp:PORT with a number from 1 to 65535; the "
+              "address is always 127.0.0.1 (see fdmount --help)\n");
+}
+
 TEST_F(HostTest, TheSocketIsPrivate) {
     share();
     struct stat info {};

@@ -155,7 +155,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     CLI::App app{"Mounts or browses the drives that are offered at the other end of a channel.",
                  "fdmount"};
     app.set_version_flag("--version", std::string("fdmount ") + ZFD_VERSION);
-    app.add_option("CHANNEL", options.channel, "unix:PATH, or exec:COMMAND to start one")
+    app.add_option("CHANNEL", options.channel, "unix:PATH, tcp:PORT, or exec:COMMAND to start one")
         ->required();
     addMountOptions(app, options);
     app.add_option("--timeout", seconds, "Seconds to wait for an answer (default 30)")
@@ -168,8 +168,8 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     try {
         app.parse(argc, argv);
         checkWhatToDo(app, options);
-        if (!peer::isEndpoint(options.channel)) {
-            throw CLI::ValidationError(options.channel, "is neither unix:PATH nor exec:COMMAND");
+        if (const std::string fault = peer::endpointFault(options.channel); !fault.empty()) {
+            throw CLI::ValidationError(fault);
         }
     } catch (const CLI::Error& error) {
         exitCode = report(app, error);

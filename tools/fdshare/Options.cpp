@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "peer/Endpoint.h"
+
 namespace {
 
 int report(const CLI::App& app, const CLI::Error& error) {
@@ -19,7 +21,8 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     app.set_version_flag("--version", std::string("fdshare ") + ZFD_VERSION);
 
     auto* listen = app.add_option("--listen", options.listen,
-                                  "Wait for connections on the Unix socket unix:PATH");
+                                  "Wait for connections on the Unix socket unix:PATH, or on "
+                                  "tcp:PORT of this machine, which every user of it may reach");
     auto* stdio =
         app.add_flag("--stdio", options.stdio, "Serve one connection on standard input and output");
     auto* folders = app.add_option(
@@ -42,9 +45,8 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
         if (!options.stdio && options.listen.empty()) {
             throw CLI::RequiredError("one of --listen and --stdio");
         }
-        if (!options.listen.empty() && !options.listen.starts_with("unix:")) {
-            throw CLI::ValidationError("--listen", options.listen + " is not unix:PATH");
-        }
+        const std::string fault = options.listen.empty() ? "" : peer::listenerFault(options.listen);
+        if (!fault.empty()) throw CLI::ValidationError("--listen", fault);
     } catch (const CLI::Error& error) {
         exitCode = report(app, error);
         return std::nullopt;

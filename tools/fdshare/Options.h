@@ -6,7 +6,7 @@
 #include <vector>
 
 struct Options {
-    std::string listen;  // "unix:PATH"; empty with --stdio
+    std::string listen;  // "unix:PATH" or "tcp:PORT"; empty with --stdio
     bool stdio = false;
     std::vector<std::string> folders;      // shared as drives of their own
     std::vector<std::string> rootFolders;  // shared as parts of the file tree

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <exception>
 #include <memory>
 #include <thread>
@@ -98,10 +99,17 @@ int serveStandardStreams(const Options& options, const peer::WakePipe& stop) {
     return serveOne(channel, limit, stop) ? 0 : kExitFailure;
 }
 
+// To whoever has started this process with port 0.
+void tellPort(const std::string& endpoint) {
+    std::printf("%s\n", endpoint.c_str());
+    std::fflush(stdout);
+}
+
 int serveSocket(const Options& options, const peer::WakePipe& stop) {
     peer::Listener listener(options.listen);
     const host::HostLimit limit = host::prepareShares(options);
-    host::sayInfo(options.listen + ": listening");
+    if (listener.name() != options.listen) tellPort(listener.name());
+    host::sayInfo(listener.name() + ": listening");
     while (!isAwake(stop)) {
         std::shared_ptr<peer::Channel> channel = listener.accept(stop);
         if (channel) serveOne(channel, limit, stop);

@@ -12,38 +12,36 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <system_error>
 #include <thread>
+
+#include "peer/Sockets.h"
+#include "peer/TcpPort.h"
 
 namespace peer {
 
 namespace {
 
 constexpr std::string_view kUnix = "unix:";
+constexpr std::string_view kTcp = "tcp:";
 constexpr std::string_view kExec = "exec:";
 
-[[noreturn]] void fail(const std::string& name, const std::string& what, int error = 0) {
-    throw ChannelError(name + ": " + what +
-                       (error == 0 ? "" : ": " + std::generic_category().message(error)));
+std::optional<std::uint16_t> portIn(const std::string& endpoint) {
+    return parsePort(std::string_view(endpoint).substr(kTcp.size()));
 }
 
-void closeOnExec(int fd) {
-    ::fcntl(fd, F_SETFD, FD_CLOEXEC);
-}
-
-FileDescriptor unixSocket(const std::string& name) {
-    FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM, 0));
-    if (!fd) fail(name, "cannot make a socket", errno);
-    closeOnExec(fd.get());
-    return fd;
+std::string portFault(const std::string& endpoint, int least) {
+    const auto port = portIn(endpoint);
+    if (port && *port >= least) return {};
+    return endpoint + ": is not tcp:PORT with a number from " + std::to_string(least) +
+           " to 65535; the address is always 127.0.0.1";
 }
 
 sockaddr_un addressOf(const std::string& name, const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {
-        fail(name, "the path of a socket has at most " +
-                       std::to_string(sizeof address.sun_path - 1) + " bytes");
+        failEndpoint(name, "the path of a socket has at most " +
+                               std::to_string(sizeof address.sun_path - 1) + " bytes");
     }
     std::memcpy(address.sun_path, path.data(), path.size());
     return address;
@@ -58,14 +56,14 @@ void enlargeBuffers(int fd) {
 
 Connection connectUnix(const std::string& name, const std::string& path) {
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) fail(name, "cannot connect", errno);
-    if (!S_ISSOCK(info.st_mode)) fail(name, "is not a socket");
+    if (::stat(path.c_str(), &info) != 0) failEndpoint(name, "cannot connect", errno);
+    if (!S_ISSOCK(info.st_mode)) failEndpoint(name, "is not a socket");
 
-    FileDescriptor fd = unixSocket(name);
+    FileDescriptor fd = streamSocket(name, AF_UNIX);
     const sockaddr_un address = addressOf(name, path);
     while (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         if (errno == EISCONN) break;
-        if (errno != EINTR) fail(name, "cannot connect", errno);
+        if (errno != EINTR) failEndpoint(name, "cannot connect", errno);
     }
     enlargeBuffers(fd.get());
     Connection connection;
@@ -75,7 +73,7 @@ Connection connectUnix(const std::string& name, const std::string& path) {
 
 Connection startCommand(const std::string& name, const std::string& command) {
     int ends[2];
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) fail(name, "cannot start", errno);
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) failEndpoint(name, "cannot start", errno);
     FileDescriptor ours(ends[0]), theirs(ends[1]);
     closeOnExec(ends[0]);
     closeOnExec(ends[1]);
@@ -83,7 +81,7 @@ Connection startCommand(const std::string& name, const std::string& command) {
     enlargeBuffers(ends[1]);
 
     const pid_t pid = ::fork();
-    if (pid < 0) fail(name, "cannot start", errno);
+    if (pid < 0) failEndpoint(name, "cannot start", errno);
     if (pid == 0) {
         ::dup2(theirs.get(), STDIN_FILENO);
         ::dup2(theirs.get(), STDOUT_FILENO);
@@ -124,24 +122,46 @@ std::string Child::ending() {
     return "the command ended with status " + std::to_string(WEXITSTATUS(m_status));
 }
 
-bool isEndpoint(const std::string& text) {
-    return (text.starts_with(kUnix) && text.size() > kUnix.size()) ||
-           (text.starts_with(kExec) && text.size() > kExec.size());
+std::string endpointFault(const std::string& text) {
+    if (text.starts_with(kTcp)) return portFault(text, 1);
+    const bool isNamed = (text.starts_with(kUnix) && text.size() > kUnix.size()) ||
+                         (text.starts_with(kExec) && text.size() > kExec.size());
+    return isNamed ? "" : text + ": is none of unix:PATH, tcp:PORT and exec:COMMAND";
+}
+
+std::string listenerFault(const std::string& text) {
+    if (text.starts_with(kTcp)) return portFault(text, 0);
+    if (text.starts_with(kUnix) && text.size() > kUnix.size()) return {};
+    return text + ": is neither unix:PATH nor tcp:PORT";
 }
 
 Connection connectTo(const std::string& endpoint) {
-    if (!isEndpoint(endpoint)) {
-        throw std::invalid_argument(endpoint + ": is neither unix:PATH nor exec:COMMAND");
+    if (std::string fault = endpointFault(endpoint); !fault.empty()) {
+        throw std::invalid_argument(fault);
     }
     if (endpoint.starts_with(kUnix)) return connectUnix(endpoint, endpoint.substr(kUnix.size()));
-    return startCommand(endpoint, endpoint.substr(kExec.size()));
+    if (endpoint.starts_with(kExec)) return startCommand(endpoint, endpoint.substr(kExec.size()));
+    Connection connection;
+    connection.channel =
+        std::make_unique<Channel>(connectToPort(endpoint, *portIn(endpoint)), endpoint);
+    return connection;
 }
 
 Listener::Listener(const std::string& endpoint) : m_name(endpoint) {
-    if (!endpoint.starts_with(kUnix) || endpoint.size() == kUnix.size()) {
-        throw std::invalid_argument(endpoint + ": is not unix:PATH");
+    if (std::string fault = listenerFault(endpoint); !fault.empty()) {
+        throw std::invalid_argument(fault);
     }
-    const std::string path = endpoint.substr(kUnix.size());
+    m_isTcp = endpoint.starts_with(kTcp);
+    if (m_isTcp) {
+        m_socket = listenOnPort(m_name, *portIn(endpoint));
+        m_name = std::string(kTcp) + std::to_string(portOf(m_socket));
+    } else {
+        listenUnix(endpoint.substr(kUnix.size()));
+    }
+    ::fcntl(m_socket.get(), F_SETFL, O_NONBLOCK);
+}
+
+void Listener::listenUnix(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -149,32 +169,31 @@ Listener::Listener(const std::string& endpoint) : m_name(endpoint) {
     // A socket that nobody listens on any more is the remains of a process that was killed.
     struct stat info {};
     if (::lstat(path.c_str(), &info) == 0) {
-        if (!S_ISSOCK(info.st_mode)) fail(m_name, "exists and is not a socket");
-        const FileDescriptor probe = unixSocket(m_name);
+        if (!S_ISSOCK(info.st_mode)) failEndpoint(m_name, "exists and is not a socket");
+        const FileDescriptor probe = streamSocket(m_name, AF_UNIX);
         const sockaddr_un address = addressOf(m_name, path);
         if (::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
             0) {
-            fail(m_name, "somebody listens there already");
+            failEndpoint(m_name, "somebody listens there already");
         }
         ::unlink(path.c_str());
     }
 
     m_folder.reset(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!m_folder) fail(m_name, "cannot open its folder", errno);
-    m_socket = unixSocket(m_name);
+    if (!m_folder) failEndpoint(m_name, "cannot open its folder", errno);
+    m_socket = streamSocket(m_name, AF_UNIX);
     const sockaddr_un address = addressOf(m_name, path);
 
     // No connection can come before listen(), so the file is private when the first may.
     if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        fail(m_name, "cannot make the socket", errno);
+        failEndpoint(m_name, "cannot make the socket", errno);
     }
     m_file = file;
     if (::chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0 || ::listen(m_socket.get(), 8) != 0) {
         const int error = errno;
         ::unlink(path.c_str());
-        fail(m_name, "cannot listen", error);
+        failEndpoint(m_name, "cannot listen", error);
     }
-    ::fcntl(m_socket.get(), F_SETFL, O_NONBLOCK);
 }
 
 Listener::~Listener() {
@@ -184,18 +203,18 @@ Listener::~Listener() {
 std::unique_ptr<Channel> Listener::accept(const WakePipe& wake) {
     while (true) {
         pollfd both[2] = {{m_socket.get(), POLLIN, 0}, {wake.readEnd(), POLLIN, 0}};
-        if (::poll(both, 2, -1) < 0 && errno != EINTR) fail(m_name, "cannot wait", errno);
+        if (::poll(both, 2, -1) < 0 && errno != EINTR) failEndpoint(m_name, "cannot wait", errno);
         if (both[1].revents != 0) return nullptr;
         if (both[0].revents == 0) continue;
 
         FileDescriptor fd(::accept(m_socket.get(), nullptr, nullptr));
         if (fd) {
             closeOnExec(fd.get());
-            enlargeBuffers(fd.get());
+            m_isTcp ? sendWithoutDelay(fd.get()) : enlargeBuffers(fd.get());
             return std::make_unique<Channel>(std::move(fd), m_name);
         }
         if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR && errno != ECONNABORTED) {
-            fail(m_name, "cannot take a connection", errno);
+            failEndpoint(m_name, "cannot take a connection", errno);
         }
     }
 }
