@@ -88,9 +88,12 @@ private:
     std::mt19937 m_random;
 };
 
-class MountStressTest : public MountedFixture {};
+class MountStressTest : public MountedFixture, public ::testing::WithParamInterface<DialectWords> {
+protected:
+    MountStressTest() : MountedFixture(GetParam()) {}
+};
 
-TEST_F(MountStressTest, EightProcessesLeaveBothSidesTheSame) {
+TEST_P(MountStressTest, EightProcessesLeaveBothSidesTheSame) {
     share();
     startMount();
     const std::string root = m_there + "/tree";
@@ -119,5 +122,8 @@ TEST_F(MountStressTest, EightProcessesLeaveBothSidesTheSame) {
     EXPECT_GT(onMount.size(), 4u);
     EXPECT_EQ(stopMount().exitCode, 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Dialects, MountStressTest, ::testing::Values(kLinux, kWindows),
+                         [](const auto& test) { return test.param.name; });
 
 }  // namespace
