@@ -41,9 +41,9 @@ TEST_F(MountTest, AFailureInTheBackgroundIsToldInFront) {
     EXPECT_FALSE(isMounted());
 }
 
-TEST_F(MountTest, EitherSignalTakesTheMountOff) {
+TEST_F(MountTest, EachSignalTakesTheMountOff) {
     share();
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         startMount();
         m_mounted->signal(signal);
         const Outcome outcome = m_mounted->finish();

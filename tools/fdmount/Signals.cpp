@@ -44,6 +44,7 @@ void handleStopSignals() {
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
+    if (::signal(SIGHUP, SIG_IGN) != SIG_IGN) ::sigaction(SIGHUP, &action, nullptr);  // not nohup
     std::thread([] { watch(pipe); }).detach();
 }
 

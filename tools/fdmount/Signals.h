@@ -1,4 +1,4 @@
-// SIGINT and SIGTERM end a command in good order: what was begun is cleaned up. A second one ends
+// SIGINT, SIGTERM and SIGHUP end a command in good order: what was begun is cleaned up. A second one ends
 // the process at once.
 #pragma once
 

@@ -150,6 +150,12 @@ void Knowledge::changed(const std::string& path) {
     blur(path);
 }
 
+void Knowledge::unsure(const std::string& path) {
+    const std::lock_guard lock(m_mutex);
+    ++m_changes;
+    m_objects.erase(path);
+}
+
 void Knowledge::wrote(const std::string& path, std::int64_t end) {
     const std::lock_guard lock(m_mutex);
     if (peer::Attributes* known = touch(path)) {

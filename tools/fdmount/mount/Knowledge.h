@@ -59,6 +59,7 @@ public:
     void removed(const std::string& path);
     void moved(const std::string& from, const std::string& to);
     void changed(const std::string& path);
+    void unsure(const std::string& path);  // nothing is known of it any more
     void wrote(const std::string& path, std::int64_t end);
     void resized(const std::string& path, std::int64_t size);
     void gaveMode(const std::string& path, std::uint32_t mode);  // permissions and the like

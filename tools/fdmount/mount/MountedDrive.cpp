@@ -232,6 +232,12 @@ void MountedDrive::flush(OpenFile& file) {
     giveLateMode(file);
 }
 
+bool MountedDrive::endGuessing(OpenFile& file) {
+    if (!file.takeNew()) return false;
+    m_knowledge.unsure(file.path());
+    return true;
+}
+
 // The drive's file knows its mode, and its flush gives it. For all others a flush costs an
 // exchange.
 void MountedDrive::giveLateMode(OpenFile& file) {

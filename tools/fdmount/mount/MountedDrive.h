@@ -54,6 +54,9 @@ public:
     std::size_t read(OpenFile& file, std::uint64_t offset, char* to, std::size_t size);
     void write(OpenFile& file, std::uint64_t offset, peer::View data);
     void flush(OpenFile& file);
+
+    // What was told of a new file was not asked for: from here on it is. False: it was.
+    bool endGuessing(OpenFile& file);
     void sync(OpenFile& file);
     void close(OpenFile* file);
     void settle() { m_openFiles.settleAll(); }

@@ -180,7 +180,7 @@ int write(const char* path, const char* from, std::size_t size, off_t offset,
 // need for that.
 int flush(const char* path, fuse_file_info* file) {
     const Handle& handle = *handleOf(file);
-    const bool wasGuessed = handle.file->takeNew();
+    const bool wasGuessed = handle.drive->endGuessing(*handle.file);
     const int failed = done(path, [&](Mount&) { handle.drive->flush(*handle.file); });
     if (wasGuessed) ::fuse_invalidate_path(::fuse_get_context()->fuse, path);
     return failed;
