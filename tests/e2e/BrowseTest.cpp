@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "e2e/ToolsFixture.h"
+#include "support/MountNamespace.h"
 
 namespace {
 
@@ -28,6 +29,30 @@ TEST_P(BrowseTest, FoldersOfOneNameBecomeDrivesOfTheirOwn) {
     start({m_share, m_folder.folder("other/Data")});
 
     EXPECT_EQ(fdmount({"ls"}).out, m_drive + "\n" + m_drive + " 2\n");
+}
+
+TEST_P(BrowseTest, DrivesOfOneNameAreToldApart) {
+    inMountNamespace([this](const std::string& folder) {
+        for (const char* where : {"/one/Data", "/two/Data"}) {
+            mountTmpfs(folder + where);
+            std::ofstream(folder + where + "/file") << where;
+        }
+        start({});
+        const auto on = [&](std::vector<std::string> arguments) {
+            arguments.insert(arguments.begin(), {"--mount-parents", folder});
+            return fdmount(arguments);
+        };
+        // The other side tells such drives apart by itself in one of the dialects.
+        const std::string second = m_drive + (m_dialect.prefix.empty() ? " (2)" : " 1");
+        EXPECT_EQ(on({"ls"}).out, m_drive + "\n" + second + "\n");
+        EXPECT_THAT(on({"drives"}).out, HasSubstr("\n'" + second + "'  disk"));
+        EXPECT_EQ(on({"ls", second}).out, "file\n");
+        EXPECT_EQ(on({"get", at("file"), "-"}).out, "/one/Data");
+        EXPECT_EQ(on({"get", second + "/file", "-"}).out, "/two/Data");
+        expectFailure(
+            on({"ls", m_drive + " (3)"}),
+            "'" + m_drive + " (3)': no such drive; offered: " + m_drive + ", '" + second + "'");
+    });
 }
 
 TEST_P(BrowseTest, LsShowsTenThousandEntries) {

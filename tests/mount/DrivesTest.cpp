@@ -6,7 +6,7 @@
 #include <fstream>
 #include <mutex>
 
-#include "fdmount/mount/DriveNames.h"
+#include "fdmount/DriveNames.h"
 #include "mount/MountFixture.h"
 #include "peer/FileDescriptor.h"
 
@@ -47,6 +47,16 @@ TEST(DriveNamesTest, NamesThatNoFolderCanHaveAreMadeSafe) {
     fdmount::DriveNames names;
     names.take(1, std::string(300, 'x'));
     EXPECT_EQ(names.take(2, std::string(300, 'x')), std::string(251, 'x') + " (2)");
+}
+
+TEST(DriveNamesTest, PrintersTakeNoNameThatADriveCouldHave) {
+    const auto files = std::make_shared<LocalFileSystem>("/");
+    const auto offers = fdmount::named({{1, "X", peer::Offer::Kind::kPrinter, "", "", nullptr},
+                                        {2, "X", peer::Offer::Kind::kDisk, "", "", files},
+                                        {3, "X", peer::Offer::Kind::kDisk, "", "", files}});
+    EXPECT_EQ(offers.at(0).name, "X (3)");
+    EXPECT_EQ(offers.at(1).name, "X");
+    EXPECT_EQ(offers.at(2).name, "X (2)");
 }
 
 TEST_F(DrivesTest, EachDriveIsAFolder) {

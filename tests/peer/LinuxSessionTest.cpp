@@ -116,6 +116,29 @@ TEST_F(LinuxSessionTest, ProbesAnAcknowledgedDriveUntilItAnswersAndOffersItThen)
     EXPECT_EQ(m_session->drives()[0]->plug.computer, "Mac");
 }
 
+TEST_F(LinuxSessionTest, WhoWaitsForADriveSeesTheEarlierOfItsNameFirst) {
+    session();
+    m_side.say({1, kMapControl, kPlug, 0, 0}, LinuxSide::plugRecord("Data"));
+    m_side.nextFrame();
+    m_side.offer(2, "Data");
+    m_side.offer(3, "More");
+    std::vector<std::int32_t> seen;
+    const auto see = [&](const std::vector<DrivePtr>& drives) {
+        seen.clear();
+        for (const DrivePtr& drive : drives) seen.push_back(drive->map);
+        return !seen.empty() && seen.back() == 3;
+    };
+    EXPECT_TRUE(m_session->waitForDrives(see, 20s));
+    EXPECT_THAT(seen, ::testing::ElementsAre(3));
+    EXPECT_EQ(m_session->drives().size(), 2U);
+
+    m_side.say({1, kMapControl, kMapAck, 0, 0});
+    m_side.reply(m_side.nextProbe(), 0, LinuxSide::stat(0040755));
+    EXPECT_TRUE(waitForDrives(3));
+    EXPECT_TRUE(m_session->waitForDrives(see, 20s));
+    EXPECT_THAT(seen, ::testing::ElementsAre(1, 2, 3));
+}
+
 TEST_F(LinuxSessionTest, ADriveThatIsNotAcknowledgedIsNotProbed) {
     session();
     m_side.say({1, kMapControl, kPlug, 0, 0}, LinuxSide::plugRecord("Data"));

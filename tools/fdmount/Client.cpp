@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "fdmount/DriveNames.h"
 #include "fdmount/Signals.h"
 #include "peer/Text.h"
 
@@ -65,16 +66,16 @@ void Client::stopOnSignals() {
 
 std::vector<Offer> Client::allDrives() {
     m_machine->waitForDrives([](const std::vector<Offer>&) { return false; }, m_options.timeout);
-    return m_machine->drives();
+    return named(m_machine->drives());
 }
 
 RemotePath Client::resolve(const std::string& name) {
     const std::size_t slash = name.find('/');
     const std::string driveName = name.substr(0, slash);
     m_machine->waitForDrives(
-        [&](const std::vector<Offer>& drives) { return find(drives, driveName) != nullptr; },
+        [&](const std::vector<Offer>& drives) { return find(named(drives), driveName) != nullptr; },
         m_options.timeout);
-    const std::vector<Offer> drives = m_machine->drives();
+    const std::vector<Offer> drives = named(m_machine->drives());
     const Offer* drive = find(drives, driveName);
     if (drive == nullptr) {
         throw CommandError(peer::quoted(driveName) + ": no such drive; " +

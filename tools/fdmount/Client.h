@@ -38,6 +38,7 @@ public:
     // Stop signals end every wait from here on, as they do from the start.
     void stopOnSignals();
 
+    // Named as a mount names them.
     std::vector<peer::Offer> allDrives();
 
     // Waits for the drive. Throws CommandError if it is not offered.

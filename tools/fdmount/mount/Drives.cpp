@@ -6,10 +6,6 @@ namespace fdmount {
 
 namespace {
 
-bool canBeMounted(const peer::Offer& offer) {
-    return offer.files != nullptr && offer.kind != peer::Offer::Kind::kPrinter;
-}
-
 bool isOffered(const MountedDrive& drive, const std::vector<peer::Offer>& offers) {
     return std::any_of(offers.begin(), offers.end(),
                        [&](const peer::Offer& offer) { return offer.id == drive.id(); });

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "fdmount/mount/DriveNames.h"
+#include "fdmount/DriveNames.h"
 #include "fdmount/mount/MountedDrive.h"
 
 namespace fdmount {

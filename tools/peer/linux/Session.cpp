@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <optional>
+#include <set>
 #include <stdexcept>
 
 #include "peer/Linger.h"
@@ -297,6 +298,21 @@ std::vector<DrivePtr> Session::drivesLocked() const {
     return drives;
 }
 
+// Without those that an earlier one of the same name, which has not answered yet, goes before.
+std::vector<DrivePtr> Session::drivesInOrderLocked() const {
+    std::vector<DrivePtr> drives;
+    std::set<std::string_view> awaited;
+    for (const Guest& guest : m_guests) {
+        const std::string& name = guest.drive->plug.folder;
+        if (guest.state != Guest::State::kOffered) {
+            awaited.insert(name);
+        } else if (!awaited.contains(name)) {
+            drives.push_back(guest.drive);
+        }
+    }
+    return drives;
+}
+
 std::vector<DrivePtr> Session::drives() const {
     const std::lock_guard lock(m_mutex);
     return drivesLocked();
@@ -313,7 +329,7 @@ bool Session::waitForDrives(const std::function<bool(const std::vector<DrivePtr>
     const auto deadline = start + limit;
     std::unique_lock lock(m_mutex);
     while (true) {
-        if (found(drivesLocked())) return true;
+        if (found(drivesInOrderLocked())) return true;
         if (m_cancelled) throw Cancelled();
         if (m_ended) throw SessionError(m_ending);
         const auto quiet = m_guests.empty() ? start + kNoDrivesAfter : m_lastNews + kQuiet;

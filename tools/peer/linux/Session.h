@@ -77,6 +77,8 @@ public:
     // --- drives
 
     std::vector<DrivePtr> drives() const;
+
+    // Of drives with one name, `found` sees the earlier first, whichever answers first.
     bool waitForDrives(const std::function<bool(const std::vector<DrivePtr>&)>& found,
                        std::chrono::milliseconds limit);
 
@@ -151,6 +153,7 @@ private:
     void check() const;
     std::vector<Guest>::iterator find(std::int32_t map);
     std::vector<DrivePtr> drivesLocked() const;
+    std::vector<DrivePtr> drivesInOrderLocked() const;
 
     Channel& m_channel;
     const Machine::Options m_options;

@@ -1,4 +1,4 @@
-#include "fdmount/mount/DriveNames.h"
+#include "fdmount/DriveNames.h"
 
 #include <algorithm>
 
@@ -34,6 +34,10 @@ std::string folderName(const std::string& announced) {
     return name == ".." ? "__" : name;
 }
 
+bool canBeMounted(const peer::Offer& offer) {
+    return offer.files != nullptr && offer.kind != peer::Offer::Kind::kPrinter;
+}
+
 const std::string& DriveNames::take(std::uint32_t id, const std::string& announced) {
     if (const auto known = m_names.find(id); known != m_names.end()) return known->second;
     const std::string plain = folderName(announced);
@@ -48,6 +52,16 @@ const std::string& DriveNames::take(std::uint32_t id, const std::string& announc
 bool DriveNames::isTaken(const std::string& name) const {
     return std::any_of(m_names.begin(), m_names.end(),
                        [&](const auto& taken) { return taken.second == name; });
+}
+
+std::vector<peer::Offer> named(std::vector<peer::Offer> offers) {
+    DriveNames names;
+    for (const bool mounted : {true, false}) {
+        for (peer::Offer& offer : offers) {
+            if (canBeMounted(offer) == mounted) offer.name = names.take(offer.id, offer.name);
+        }
+    }
+    return offers;
 }
 
 }  // namespace fdmount
