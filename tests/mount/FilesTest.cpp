@@ -168,8 +168,11 @@ TEST_F(FilesTest, WhatIsWrittenIsSeenAtOnceThroughEveryWay) {
     EXPECT_EQ(put(out.get(), "first"), 5);
     EXPECT_EQ(statOf(at("file")).st_size, 5);
     EXPECT_EQ(readFile(at("file")), "first");
+    EXPECT_EQ(put(out.get(), "+"), 1);
+    EXPECT_EQ(namesIn(m_point + "/Data").size(), 1u);
+    EXPECT_EQ(statOf(at("file")).st_size, 6);
     EXPECT_EQ(::pwrite(out.get(), "F", 1, 0), 1);
-    EXPECT_EQ(readFile(at("file")), "First");
+    EXPECT_EQ(readFile(at("file")), "First+");
     EXPECT_EQ(::ftruncate(out.get(), 2), 0);
     EXPECT_EQ(statOf(at("file")).st_size, 2);
     EXPECT_EQ(readFile(at("file")), "Fi");

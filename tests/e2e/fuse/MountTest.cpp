@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "e2e/MountedFixture.h"
+#include "e2e/fuse/MountedFixture.h"
 #include "peer/FileDescriptor.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "e2e/Tree.h"
+#include "e2e/fuse/Tree.h"
 
 #include <filesystem>
 #include <functional>

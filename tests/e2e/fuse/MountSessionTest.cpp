@@ -1,7 +1,7 @@
 // What people type in a folder, on the mount and in a folder of this machine: the same comes of it,
 // byte by byte and name by name.
-#include "e2e/MountedFixture.h"
-#include "e2e/Tree.h"
+#include "e2e/fuse/MountedFixture.h"
+#include "e2e/fuse/Tree.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <random>
 
-#include "e2e/MountedFixture.h"
-#include "e2e/Tree.h"
+#include "e2e/fuse/MountedFixture.h"
+#include "e2e/fuse/Tree.h"
 #include "peer/FileDescriptor.h"
 
 namespace {
