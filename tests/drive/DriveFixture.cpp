@@ -32,6 +32,11 @@ void DriveFixture::hangUp() {
     m_connection.child.reset();
 }
 
+void DriveFixture::TearDown() {
+    hangUp();
+    if (log().find("Sanitizer:") != std::string::npos) ADD_FAILURE() << log();
+}
+
 std::string DriveFixture::at(std::string_view name) const {
     std::string path = m_prefix;
     if (!path.empty() && !name.empty()) path.push_back('/');

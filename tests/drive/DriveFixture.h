@@ -33,6 +33,9 @@ protected:
     void use(peer::Dialect dialect, const peer::windows::Policy& policy = {},
              const std::string& shareOptions = {}, const std::string& runner = {});
 
+    // What a sanitizer has found in the program that shares is a failure too.
+    void TearDown() override;
+
     // Ends the use of the drive, and the program that shares it.
     void hangUp();
 

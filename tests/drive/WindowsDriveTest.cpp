@@ -214,6 +214,12 @@ protected:
         m_files = std::make_shared<WindowsFileSystem>(m_session, m_session->drives().front());
     }
 
+    void TearDown() override {
+        m_files.reset();
+        m_session.reset();  // before the channel that it reads
+        DriveFixture::TearDown();
+    }
+
     std::vector<std::string> openObjects() {
         const std::size_t before = log().size();
         peer::Bytes request = mapCountRequest();
