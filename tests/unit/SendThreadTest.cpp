@@ -85,9 +85,18 @@ TEST_F(SendThreadTest, SaysWhatItDoes) {
     EXPECT_TRUE(m_log.has(4,
                           "get send cmd item success. mapid: 2, type: 3, subtype: 16, idx: 12, "
                           "extsize: 2, res: 2"));
-    EXPECT_TRUE(m_log.has(2, "get node failure"));
     EXPECT_TRUE(m_log.has(3, "SendThread finish ..."));
     EXPECT_EQ(sender->getThreadStatu(), 5);
+}
+
+// A stop that comes while the thread is on its way to sleep wakes nobody: then again.
+TEST_F(SendThreadTest, WarnsWhenItIsWokenWithoutANode) {
+    for (int i = 0; i < 1000 && !m_log.has(2, "get node failure"); ++i) {
+        const auto sender = startSender();
+        EXPECT_TRUE(sender->waitStop(kStopMs));
+    }
+
+    EXPECT_TRUE(m_log.has(2, "get node failure"));
 }
 
 TEST_F(SendThreadTest, IsWorkingForTheWholeOfItsLoop) {

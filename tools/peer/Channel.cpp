@@ -112,6 +112,7 @@ std::size_t Channel::fill(char* to, std::size_t count) {
 
 std::size_t Channel::readSome(char* to, std::size_t count) {
     while (true) {
+        checkInterrupted();
         ssize_t got = -1;
         int error = 0;
         lingerWhile([&] {
@@ -142,6 +143,7 @@ void Channel::send(std::span<const View> parts) {
     storeLe(head, static_cast<std::uint32_t>(size));
     left[0] = {head, kLengthSize};
 
+    checkInterrupted();
     const std::lock_guard lock(m_sendMutex);
     if (m_sendBroken) fail("the other side has hung up");
     m_sendBroken = true;  // until all of it has left
@@ -169,7 +171,11 @@ void Channel::waitFor(int fd, short events) const {
     while (::poll(both, 2, -1) < 0) {
         if (errno != EINTR) fail("cannot wait", errno);
     }
-    if (both[1].revents != 0) throw ChannelInterrupted(m_name + ": interrupted");
+    checkInterrupted();
+}
+
+void Channel::checkInterrupted() const {
+    if (m_interrupted) throw ChannelInterrupted(m_name + ": interrupted");
 }
 
 void Channel::fail(const std::string& what, int error) const {

@@ -4,6 +4,7 @@
 
 #include <sys/uio.h>
 
+#include <atomic>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -53,7 +54,10 @@ public:
     void send(std::span<const View> parts);
 
     // Ends every send and receive, now and later. Safe in a signal handler.
-    void interrupt() const { m_wake.wake(); }
+    void interrupt() {
+        m_interrupted = true;
+        m_wake.wake();
+    }
 
     const std::string& name() const { return m_name; }
 
@@ -63,12 +67,14 @@ private:
     std::size_t readSome(char* to, std::size_t count);
     void sendAll(std::span<iovec> parts);
     void waitFor(int fd, short events) const;
+    void checkInterrupted() const;
     [[noreturn]] void fail(const std::string& what, int error = 0) const;
 
     FileDescriptor m_in, m_out;
     int m_inFlags = 0, m_outFlags = 0;
     std::string m_name;
     WakePipe m_wake;
+    std::atomic<bool> m_interrupted{false};
     Bytes m_buffer;             // bytes read ahead; of the receiving thread
     std::size_t m_begin = 0;    // the first of them
     std::size_t m_end = 0;      // behind the last of them
