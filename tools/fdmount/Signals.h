@@ -1,5 +1,5 @@
-// SIGINT, SIGTERM and SIGHUP end a command in good order: what was begun is cleaned up. A second one ends
-// the process at once.
+// SIGINT, SIGTERM and SIGHUP end a command in good order: what was begun is cleaned up. A second
+// one ends the process at once.
 #pragma once
 
 #include <functional>
