@@ -14,7 +14,7 @@ inline constexpr std::chrono::microseconds kLinger{100};
 template <typename Idle>
 void lingerWhile(Idle idle) {
     using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::microseconds kLongYield{30};
+    constexpr std::chrono::microseconds kLongYield{300};
     constexpr int kSkips = 100;
     static thread_local int skips = 0;  // that are still to come
     if (!idle()) return;
