@@ -11,7 +11,11 @@
 namespace {
 
 using namespace std::string_literals;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Lt;
+using ::testing::Not;
+using ::testing::SizeIs;
 
 class ChannelTest : public ::testing::Test {
 protected:
@@ -34,6 +38,17 @@ protected:
             return error.what();
         }
         return "(none)";
+    }
+
+    // Everything that is still to come at the far end, to the end of the stream.
+    std::string rest() const {
+        std::string bytes;
+        char piece[4096];
+        ssize_t got = 0;
+        while ((got = ::read(m_far.get(), piece, sizeof piece)) > 0) {
+            bytes.append(piece, static_cast<std::size_t>(got));
+        }
+        return bytes;
     }
 
     peer::FileDescriptor m_far;
@@ -141,11 +156,27 @@ TEST_F(ChannelTest, ASendToASideThatHungUpFails) {
     EXPECT_THROW(m_channel->send(peer::viewOf("abc")), peer::ChannelError);
 }
 
-TEST_F(ChannelTest, NothingFollowsAMessageThatLeftInPart) {
-    const std::string text(32 << 20, 'x');
+TEST_F(ChannelTest, AnInterruptEndsAlsoWhatCouldGoOn) {
+    writeAll(m_far.get(), "\x01\x00\x00\x00"s + "a");
     m_channel->interrupt();
+    EXPECT_THROW(m_channel->receive(), peer::ChannelInterrupted);
+    EXPECT_THROW(m_channel->send(peer::viewOf("abc")), peer::ChannelInterrupted);
+    m_channel.reset();
+    EXPECT_EQ(rest(), "");
+}
+
+TEST_F(ChannelTest, NothingFollowsAMessageThatLeftInPart) {
+    std::thread other([this] {
+        char byte = 0;
+        EXPECT_EQ(::recv(m_far.get(), &byte, 1, MSG_PEEK), 1);  // something has left
+        m_channel->interrupt();
+    });
+    const std::string text(32 << 20, 'x');
     EXPECT_THROW(m_channel->send(peer::viewOf(text)), peer::ChannelInterrupted);
+    other.join();
     EXPECT_THROW(m_channel->send(peer::viewOf("abc")), peer::ChannelError);
+    m_channel.reset();
+    EXPECT_THAT(rest(), AllOf(SizeIs(Lt(text.size())), Not(HasSubstr("abc"))));
 }
 
 TEST_F(ChannelTest, MessagesOfSeveralThreadsStayWhole) {

@@ -105,12 +105,12 @@ TEST_F(LinuxSessionTest, ProbesAnAcknowledgedDriveUntilItAnswersAndOffersItThen)
     m_side.nextFrame();
     m_side.say({1, kMapControl, kMapAck, 0, 0});
     for (int i = 0; i < 4; ++i) {  // the other side drops the first ones
-        const auto probe = m_side.nextProbe();
+        const auto probe = m_side.nextProbe(1);
         EXPECT_EQ(probe.head.subtype, kGetattr);
         EXPECT_EQ(probe.path(), "/");
         EXPECT_TRUE(m_session->drives().empty());
     }
-    m_side.reply(m_side.nextProbe(), 0, LinuxSide::stat(0040755));
+    m_side.reply(m_side.nextProbe(1), 0, LinuxSide::stat(0040755));
     ASSERT_TRUE(waitForDrives(1));
     EXPECT_EQ(m_session->drives()[0]->plug.folder, "Data");
     EXPECT_EQ(m_session->drives()[0]->plug.computer, "Mac");
@@ -133,7 +133,7 @@ TEST_F(LinuxSessionTest, WhoWaitsForADriveSeesTheEarlierOfItsNameFirst) {
     EXPECT_EQ(m_session->drives().size(), 2U);
 
     m_side.say({1, kMapControl, kMapAck, 0, 0});
-    m_side.reply(m_side.nextProbe(), 0, LinuxSide::stat(0040755));
+    m_side.reply(m_side.nextProbe(1), 0, LinuxSide::stat(0040755));
     EXPECT_TRUE(waitForDrives(3));
     EXPECT_TRUE(m_session->waitForDrives(see, 20s));
     EXPECT_THAT(seen, ::testing::ElementsAre(1, 2, 3));

@@ -36,10 +36,11 @@ public:
             if (message.head.idx >= 0) return message;
         }
     }
-    Message nextProbe() {
+    // The next probe of this drive. One that has been answered may have been sent twice before.
+    Message nextProbe(std::int32_t map) {
         while (true) {
             Message message = anyFrame();
-            if (message.head.idx < 0) return message;
+            if (message.head.idx < 0 && message.head.map == map) return message;
         }
     }
     Message anyFrame() {
@@ -111,6 +112,6 @@ public:
         say({map, kMapControl, kPlug, 0, 0}, plugRecord(folder, policy));
         nextFrame();  // map
         say({map, kMapControl, kMapAck, 0, 0});
-        reply(nextProbe(), 0, stat(0040755));
+        reply(nextProbe(map), 0, stat(0040755));
     }
 };

@@ -12,7 +12,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "peer/Linger.h"
+#include "common/Comm/Linger.h"
 
 namespace peer {
 

@@ -7,7 +7,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "peer/Linger.h"
+#include "common/Comm/Linger.h"
 #include "peer/linux/Results.h"
 #include "peer/windows/Messages.h"
 
