@@ -66,66 +66,102 @@ Channel::~Channel() {
 }
 
 std::optional<Bytes> Channel::receive() {
-    char head[kLengthSize];
-    const std::size_t got = fill(head, kLengthSize);
-    if (got == 0) return std::nullopt;
-    if (got < kLengthSize) fail("the other side hung up in the middle of a message");
+    Bytes message;
+    while (true) {
+        Arrival arrival = Arrival::kNothing;
+        lingerWhile([&] {
+            arrival = tryReceive(message);
+            return arrival == Arrival::kNothing;
+        });
+        if (arrival == Arrival::kMessage) return message;
+        if (arrival == Arrival::kEnd) return std::nullopt;
+        awaitInput();
+    }
+}
 
-    const std::size_t length = loadLe<std::uint32_t>(head);
+Arrival Channel::tryReceive(Bytes& message) {
+    checkInterrupted();
+    if (!m_inBody) {
+        const Arrival arrival = takeLength();
+        if (arrival != Arrival::kMessage) return arrival;
+    }
+    const Arrival arrival = takeBody();
+    if (arrival != Arrival::kMessage) return arrival;
+    m_inBody = false;
+    message = std::move(m_message);
+    return Arrival::kMessage;
+}
+
+bool Channel::hasMore() const {
+    const std::size_t ahead = m_end - m_begin;
+    if (m_inBody || ahead < kLengthSize) return false;
+    const std::size_t length = loadLe<std::uint32_t>(m_buffer.data() + m_begin);
+    return length > kMaxMessage || ahead - kLengthSize >= length;
+}
+
+Arrival Channel::takeLength() {
+    while (m_end - m_begin < kLengthSize) {
+        const Arrival arrival = readAhead();
+        if (arrival == Arrival::kEnd && m_begin < m_end) {
+            fail("the other side hung up in the middle of a message");
+        }
+        if (arrival != Arrival::kMessage) return arrival;
+    }
+    const std::size_t length = loadLe<std::uint32_t>(m_buffer.data() + m_begin);
     if (length > kMaxMessage) {
         fail("the other side announces a message of " + std::to_string(length) +
              " bytes, more than the " + std::to_string(kMaxMessage) + " that a message may have");
     }
-
-    Bytes message(length);
-    const std::size_t filled = fill(message.data(), length);
-    if (filled < length) {
-        fail("the other side hung up in the middle of a message (" + std::to_string(filled) +
-             " of " + std::to_string(length) + " bytes)");
-    }
-    return message;
+    m_begin += kLengthSize;
+    m_message = Bytes(length);
+    m_filled = 0;
+    m_inBody = true;
+    return Arrival::kMessage;
 }
 
-std::size_t Channel::fill(char* to, std::size_t count) {
-    std::size_t have = 0;
-    while (have < count) {
+// What is long goes straight to its place, what is short through the bytes read ahead.
+Arrival Channel::takeBody() {
+    while (m_filled < m_message.size()) {
+        const std::size_t missing = m_message.size() - m_filled;
+        char* const to = m_message.data() + m_filled;
         if (m_begin < m_end) {
-            const std::size_t taken = std::min(count - have, m_end - m_begin);
-            std::memcpy(to + have, m_buffer.data() + m_begin, taken);
+            const std::size_t taken = std::min(missing, m_end - m_begin);
+            std::memcpy(to, m_buffer.data() + m_begin, taken);
             m_begin += taken;
-            have += taken;
+            m_filled += taken;
             continue;
         }
-        // What is long goes straight to its place, what is short through the read-ahead.
-        if (count - have >= m_buffer.size()) {
-            const std::size_t got = readSome(to + have, count - have);
-            if (got == 0) break;
-            have += got;
-        } else {
-            m_begin = 0;
-            m_end = readSome(m_buffer.data(), m_buffer.size());
-            if (m_end == 0) break;
+        const Arrival arrival =
+            missing >= m_buffer.size() ? readSome(to, missing, m_filled) : readAhead();
+        if (arrival == Arrival::kEnd) {
+            fail("the other side hung up in the middle of a message (" + std::to_string(m_filled) +
+                 " of " + std::to_string(m_message.size()) + " bytes)");
         }
+        if (arrival != Arrival::kMessage) return arrival;
     }
-    return have;
+    return Arrival::kMessage;
 }
 
-std::size_t Channel::readSome(char* to, std::size_t count) {
-    while (true) {
-        checkInterrupted();
-        ssize_t got = -1;
-        int error = 0;
-        lingerWhile([&] {
-            got = ::read(m_in.get(), to, count);
-            error = got < 0 ? errno : 0;
-            return error == EAGAIN || error == EWOULDBLOCK;
-        });
-        if (got >= 0) return static_cast<std::size_t>(got);
-        if (error == EINTR) continue;
-        if (error == ECONNRESET) return 0;
-        if (error != EAGAIN && error != EWOULDBLOCK) fail("cannot read", error);
-        waitFor(m_in.get(), POLLIN);
+Arrival Channel::readAhead() {
+    std::memmove(m_buffer.data(), m_buffer.data() + m_begin, m_end - m_begin);
+    m_end -= m_begin;
+    m_begin = 0;
+    return readSome(m_buffer.data() + m_end, m_buffer.size() - m_end, m_end);
+}
+
+// Moves `end` behind what it has read.
+Arrival Channel::readSome(char* to, std::size_t room, std::size_t& end) {
+    ssize_t got = -1;
+    do {
+        got = ::read(m_in.get(), to, room);
+    } while (got < 0 && errno == EINTR);
+    if (got > 0) {
+        end += static_cast<std::size_t>(got);
+        return Arrival::kMessage;
     }
+    if (got == 0 || errno == ECONNRESET) return Arrival::kEnd;
+    if (errno != EAGAIN && errno != EWOULDBLOCK) fail("cannot read", errno);
+    return Arrival::kNothing;
 }
 
 void Channel::send(std::span<const View> parts) {

@@ -2,6 +2,7 @@
 // bytes. Any thread may send; one thread at a time receives.
 #pragma once
 
+#include <poll.h>
 #include <sys/uio.h>
 
 #include <atomic>
@@ -31,6 +32,9 @@ public:
     using ChannelError::ChannelError;
 };
 
+// What tryReceive() has found.
+enum class Arrival { kNothing, kMessage, kEnd };
+
 class Channel {
 public:
     // One descriptor for both ways, such as a socket. `name` stands in every error text.
@@ -48,6 +52,16 @@ public:
     // The next message, or nothing if the other side ended the stream between two messages.
     std::optional<Bytes> receive();
 
+    // The same without waiting. What is there of a message in part stays for the next call.
+    Arrival tryReceive(Bytes& message);
+
+    // Whether tryReceive() finds a message or a failure in what has been read already: nothing need
+    // come for that any more, and awaitInput() knows nothing of it.
+    bool hasMore() const;
+
+    // Returns when tryReceive() may find more, or interrupt() was called.
+    void awaitInput() const { waitFor(m_in.get(), POLLIN); }
+
     void send(View message) { send({&message, 1}); }
 
     // One message in parts, so that nobody has to copy them together first.
@@ -62,9 +76,10 @@ public:
     const std::string& name() const { return m_name; }
 
 private:
-    // Reads until `count` bytes are there or the stream ends.
-    std::size_t fill(char* to, std::size_t count);
-    std::size_t readSome(char* to, std::size_t count);
+    Arrival takeLength();
+    Arrival takeBody();
+    Arrival readAhead();
+    Arrival readSome(char* to, std::size_t room, std::size_t& end);
     void sendAll(std::span<iovec> parts);
     void waitFor(int fd, short events) const;
     void checkInterrupted() const;
@@ -78,6 +93,9 @@ private:
     Bytes m_buffer;             // bytes read ahead; of the receiving thread
     std::size_t m_begin = 0;    // the first of them
     std::size_t m_end = 0;      // behind the last of them
+    bool m_inBody = false;      // the length of m_message is known
+    Bytes m_message;            // what comes
+    std::size_t m_filled = 0;   // of it
     std::mutex m_sendMutex;     // held across the write: a message leaves in one piece
     bool m_sendBroken = false;  // a message left in part; guarded by m_sendMutex
 };

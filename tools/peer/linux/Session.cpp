@@ -7,7 +7,6 @@
 #include <set>
 #include <stdexcept>
 
-#include "common/Comm/Linger.h"
 #include "peer/linux/Results.h"
 #include "peer/windows/Messages.h"
 
@@ -33,6 +32,13 @@ std::int64_t probeNumber(std::int32_t map) {
     return -1 - std::int64_t{map};
 }
 
+template <typename Item>
+std::vector<Item*> addressesOf(std::vector<Item>& items) {
+    std::vector<Item*> addresses;
+    for (Item& item : items) addresses.push_back(&item);
+    return addresses;
+}
+
 }  // namespace
 
 Session::Ticket::~Ticket() {
@@ -44,10 +50,11 @@ Session::Session(Channel& channel, Machine::Options options)
       m_options(std::move(options)),
       m_name(channel.name()),
       m_slots(kMaxInFlight),
-      m_lastNews(Clock::now()) {
-    m_free.reserve(kMaxInFlight);
-    for (Slot& slot : m_slots) m_free.push_back(&slot);
-    m_receiver = std::thread([this] { receiveLoop(); });
+      m_free(addressesOf(m_slots)),
+      m_lastNews(Clock::now()),
+      m_receiver(
+          channel, [this](Bytes message) { handle(std::move(message)); },
+          [this](const std::string& why) { end(why); }) {
     m_driveKeeper = std::thread([this] { driveLoop(); });
 }
 
@@ -62,24 +69,11 @@ void Session::close() {
         const std::lock_guard lock(m_sendMutex);
         m_closed = true;
     }
-    m_receiver.join();
+    m_receiver.close();
     m_driveKeeper.join();
 }
 
-// --- messages of the other side, on the receiving thread
-
-void Session::receiveLoop() {
-    try {
-        while (std::optional<Bytes> message = m_channel.receive()) handle(std::move(*message));
-        end(m_name + ": the other side has hung up");
-    } catch (const BadMessage& bad) {
-        end(m_name + ": " + bad.what());
-    } catch (const ChannelInterrupted&) {
-        end(m_name + ": the session has ended");
-    } catch (const std::exception& error) {
-        end(error.what());
-    }
-}
+// --- messages of the other side, on a thread that receives
 
 void Session::end(const std::string& why) {
     {
@@ -449,10 +443,13 @@ Session::Ticket Session::submit(const Drive& drive, Request request) {
 
 Bytes Session::wait(Ticket ticket) {
     Slot& slot = *ticket.m_slot;
-    lingerWhile([&] {
+    const auto isOpen = [&slot] {
         const std::lock_guard lock(slot.mutex);
         return !slot.done && !slot.driveGone;
-    });
+    };
+    m_receiver.lingerWhile(isOpen);
+    std::optional<Receiver::Sleeper> sleeper;
+    if (isOpen()) sleeper.emplace(m_receiver);
     {
         std::unique_lock lock(slot.mutex);
         slot.answered.wait_for(lock, m_options.timeout, [&] {

@@ -1,7 +1,7 @@
 // The remote desktop's side of one connection in the Linux dialect: handshake, policy, the drives
 // that are offered, and numbered requests, any number of them in flight and answered in any order.
-// One thread receives, another one takes drives in and sees them off; all operations may be called
-// from any thread.
+// A thread of its own takes drives in and sees them off; all operations may be called from any
+// thread.
 //
 // The other side drops a request for a drive that it is about to list again, which it does once
 // after the drive was mapped. A drive is offered when it has answered for the first time.
@@ -22,6 +22,7 @@
 #include "peer/Channel.h"
 #include "peer/Errors.h"
 #include "peer/Machine.h"
+#include "peer/Receiver.h"
 #include "peer/linux/Messages.h"
 #include "peer/linux/Tracer.h"
 #include "peer/windows/Policy.h"
@@ -127,7 +128,6 @@ private:
         Clock::duration pause{};      // between two probes
     };
 
-    void receiveLoop();
     void handle(Bytes message);
     void handleControl(const Head& head, View message);
     void handlePlug(const Head& head, View message);
@@ -186,7 +186,8 @@ private:
     std::mutex m_traceMutex;  // guards m_tracer; held while the sink runs
     Tracer m_tracer;
 
-    std::thread m_receiver, m_driveKeeper;
+    Receiver m_receiver;
+    std::thread m_driveKeeper;
 };
 
 }  // namespace peer::linux

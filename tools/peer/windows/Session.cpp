@@ -34,48 +34,28 @@ Session::Session(Channel& channel, Options options)
     : m_channel(channel),
       m_options(std::move(options)),
       m_resizable(m_options.policy.setEndOfFile == 1),
-      m_lastNews(Clock::now()) {
-    m_receiver = std::thread([this] { receiveLoop(); });
-}
+      m_lastNews(Clock::now()),
+      m_receiver(
+          channel, [this](Bytes message) { handle(std::move(message)); },
+          [this](const std::string& why) { end(why); }) {}
 
 Session::~Session() {
     close();
 }
 
 void Session::close() {
-    if (!m_receiver.joinable()) return;
-    m_channel.interrupt();
-    m_receiver.join();
+    m_receiver.close();
     const std::lock_guard lastSend(m_submitMutex);
 }
 
 std::string Session::ending() const {
     const std::lock_guard lock(m_mutex);
-    if (!m_end) return {};
-    try {
-        std::rethrow_exception(m_end);
-    } catch (const std::exception& error) {
-        return error.what();
-    }
+    return m_ending;
 }
 
-void Session::receiveLoop() {
-    try {
-        while (std::optional<Bytes> message = m_channel.receive()) handle(std::move(*message));
-        end(std::make_exception_ptr(
-            SessionError(m_channel.name() + ": the other side has hung up")));
-    } catch (const BadMessage& bad) {
-        end(std::make_exception_ptr(SessionError(m_channel.name() + ": " + bad.what())));
-    } catch (const ChannelInterrupted&) {
-        end(std::make_exception_ptr(SessionError(m_channel.name() + ": the session has ended")));
-    } catch (const std::exception& error) {
-        end(std::make_exception_ptr(SessionError(error.what())));
-    }
-}
-
-void Session::end(std::exception_ptr why) {
+void Session::end(const std::string& why) {
     const std::lock_guard lock(m_mutex);
-    m_end = std::move(why);
+    m_ending = why;
     wakeAllLocked();
     if (m_options.driveListener) m_options.driveListener();
 }
@@ -181,14 +161,14 @@ void Session::handleDrive(const Header& header, View message) {
 
 void Session::checkLocked() const {
     if (m_cancelled) throw Cancelled();
-    if (m_end) std::rethrow_exception(m_end);
+    if (!m_ending.empty()) throw SessionError(m_ending);
 }
 
 void Session::open() {
     {
         std::unique_lock lock(m_mutex);
         const bool over = !m_changed.wait_for(lock, m_options.timeout,
-                                              [this] { return m_shaken || m_end || m_cancelled; });
+                                              [this] { return m_shaken || isOverLocked(); });
         if (over) throw SessionError(m_channel.name() + ": no handshake came");
         if (!m_shaken) checkLocked();
     }
@@ -274,7 +254,7 @@ Session::Ticket Session::send(Bytes request) {
     {
         std::unique_lock lock(m_mutex);
         const bool over = !m_changed.wait_for(lock, m_options.timeout, [this] {
-            return m_inFlight.size() < kMaxInFlight || m_end || m_cancelled;
+            return m_inFlight.size() < kMaxInFlight || isOverLocked();
         });
         checkLocked();
         if (over) throw NoAnswer(m_channel.name() + ": no answer came in time");
@@ -292,9 +272,16 @@ Session::Ticket Session::send(Bytes request) {
 }
 
 Bytes Session::wait(const Ticket& ticket) {
+    const auto isOpen = [&] {
+        const std::lock_guard lock(m_mutex);
+        return !ticket->done;
+    };
+    m_receiver.lingerWhile(isOpen);
+    std::optional<Receiver::Sleeper> sleeper;
+    if (isOpen()) sleeper.emplace(m_receiver);
     std::unique_lock lock(m_mutex);
     const bool over = !ticket->woken.wait_for(lock, m_options.timeout,
-                                              [&] { return ticket->done || m_end || m_cancelled; });
+                                              [&] { return ticket->done || isOverLocked(); });
     if (m_cancelled || over) abandonLocked(*ticket);
     if (!ticket->done || m_cancelled) checkLocked();
     if (over) throw NoAnswer(m_channel.name() + ": no answer came in time");

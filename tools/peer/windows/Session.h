@@ -1,6 +1,6 @@
 // The remote desktop's side of one connection in the Windows dialect: handshake, policy, the drives
-// that are offered, and numbered requests with many in flight. A thread of its own receives; all
-// operations may be called from any thread.
+// that are offered, and numbered requests with many in flight. All operations may be called from
+// any thread.
 //
 // The other side answers one request after the other, in the order in which they came. A request
 // whose follower is answered will therefore never be.
@@ -10,18 +10,17 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "peer/Bytes.h"
 #include "peer/Channel.h"
 #include "peer/Errors.h"
+#include "peer/Receiver.h"
 #include "peer/windows/Messages.h"
 #include "peer/windows/Policy.h"
 #include "peer/windows/Tracer.h"
@@ -43,8 +42,8 @@ public:
     // A message leaves or has come. Called with a lock held: it must not call back.
     using TraceSink = std::function<void(const std::string& line)>;
 
-    // The drives changed: see drives(), or the session has ended. Called on the receiving thread
-    // with a lock held: it must not call back.
+    // The drives changed: see drives(), or the session has ended. Called on any thread with a lock
+    // held: it must not call back.
     using DriveListener = std::function<void()>;
 
     struct Options {
@@ -70,7 +69,7 @@ public:
     // Waits for the handshake and answers with the policy. Once, before everything else.
     void open();
 
-    // Interrupts the channel for good and waits for the receiving thread. Every operation fails
+    // Interrupts the channel for good. Every operation fails
     // from here on, and none touches the channel.
     void close();
 
@@ -122,11 +121,10 @@ public:
     void resume();
 
 private:
-    void receiveLoop();
     void handle(Bytes message);
     Ticket handleResult(Bytes message);
     void handleDrive(const Header& header, View message);
-    void end(std::exception_ptr why);
+    void end(const std::string& why);
     void trace(Direction direction, View message);
     Ticket send(Bytes request);
     void closeOrphans();
@@ -134,12 +132,12 @@ private:
     void abandonLocked(Pending& ticket);
     void wakeAllLocked();
     bool mapsAreKnown();
+    bool isOverLocked() const { return m_cancelled || !m_ending.empty(); }
     void checkLocked() const;
 
     Channel& m_channel;
     const Options m_options;
     std::atomic<bool> m_resizable;  // by the policy that was sent last
-    std::thread m_receiver;
 
     mutable std::mutex m_mutex;         // guards everything below
     std::condition_variable m_changed;  // all but a result, which wakes its own waiter
@@ -150,12 +148,14 @@ private:
     std::chrono::steady_clock::time_point m_lastNews;
     bool m_shaken = false;
     bool m_cancelled = false;
-    std::exception_ptr m_end;  // why no more messages come
+    std::string m_ending;  // why no more messages come; empty while they may
     Tracer m_tracer;
 
     // Held from taking a number to the write: requests leave in the order of their numbers. Taken
     // before m_mutex.
     std::mutex m_submitMutex;
+
+    Receiver m_receiver;
 };
 
 }  // namespace peer::windows

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/Comm/FdLog.h"
+#include "common/Comm/Linger.h"
 #include "common/LinuxServer/opreator/fd_handlers.h"
 #include "common/LinuxServer/workthread/DrainQueue.h"
 #include "common/LinuxServer/workthread/FdContext.h"
@@ -74,6 +75,7 @@ void OpreatorThread::run() {
         fd_cmd_item* item = nullptr;
         if (m_cmd_queue.get_node(&item, 0)) {
             handleItem(item);
+            lingerWhile([this] { return m_cmd_queue.isEmpty(); });
         } else {
             FD_LOG_WARN("OpreatorThread get node failure");
         }
