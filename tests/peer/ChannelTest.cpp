@@ -80,6 +80,37 @@ TEST_F(ChannelTest, ReadsAMessageThatComesByteByByte) {
     writer.join();
 }
 
+TEST_F(ChannelTest, WithoutWaitingItTellsWhatIsThere) {
+    using peer::Arrival;
+    peer::Bytes message;
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kNothing);
+    writeAll(m_far.get(), "\x03\x00"s);
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kNothing);
+    writeAll(m_far.get(), "\x00\x00"s + "ab");
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kNothing);
+    EXPECT_FALSE(m_channel->hasMore());
+    writeAll(m_far.get(), "c\x01\x00\x00\x00"s + "d" + "\x01\x00"s);
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kMessage);
+    EXPECT_EQ(peer::textOf(message), "abc");
+    EXPECT_TRUE(m_channel->hasMore());
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kMessage);
+    EXPECT_EQ(peer::textOf(message), "d");
+    EXPECT_FALSE(m_channel->hasMore());
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kNothing);
+    writeAll(m_far.get(), "\x00\x00"s + "e");
+    m_far.reset();
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kMessage);
+    EXPECT_EQ(m_channel->tryReceive(message), Arrival::kEnd);
+}
+
+TEST_F(ChannelTest, AnImpossibleLengthThatHasBeenReadIsThereToBeFound) {
+    peer::Bytes message;
+    writeAll(m_far.get(), "\x00\x00\x00\x00\xFF\xFF\xFF\xFF"s);
+    EXPECT_EQ(m_channel->tryReceive(message), peer::Arrival::kMessage);
+    EXPECT_TRUE(m_channel->hasMore());
+    EXPECT_THROW(m_channel->tryReceive(message), peer::ChannelError);
+}
+
 TEST_F(ChannelTest, CarriesALongMessageBothWays) {
     const std::string text(3 << 20, 'x');
     peer::Channel far(std::move(m_far), "far");
