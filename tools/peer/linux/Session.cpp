@@ -35,6 +35,7 @@ std::int64_t probeNumber(std::int32_t map) {
 template <typename Item>
 std::vector<Item*> addressesOf(std::vector<Item>& items) {
     std::vector<Item*> addresses;
+    addresses.reserve(items.size());
     for (Item& item : items) addresses.push_back(&item);
     return addresses;
 }
