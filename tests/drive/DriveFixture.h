@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,12 @@
 #include "peer/FileSystem.h"
 #include "peer/Machine.h"
 #include "support/TempDir.h"
+
+namespace peer {
+inline void PrintTo(Dialect dialect, std::ostream* to) {
+    *to << (dialect == Dialect::kLinux ? "linux" : "windows");
+}
+}  // namespace peer
 
 // How a refusal came: 0 if there was none.
 template <typename Work>

@@ -4,7 +4,9 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <iostream>
 #include <random>
+#include <system_error>
 
 #include "e2e/fuse/MountedFixture.h"
 #include "e2e/fuse/Tree.h"
@@ -31,7 +33,11 @@ public:
     int work(std::chrono::steady_clock::time_point end) {
         while (std::chrono::steady_clock::now() < end) {
             const int step = below(6);
-            if (!(this->*kSteps[step])()) return step + 1;
+            errno = 0;
+            if ((this->*kSteps[step])()) continue;
+            const std::string why = m_why.empty() ? std::generic_category().message(errno) : m_why;
+            std::cerr << "step " << step + 1 << " on " << m_path << ": " << why << std::endl;
+            return step + 1;
         }
         return 0;
     }
@@ -41,9 +47,14 @@ private:
 
     int below(int limit) { return std::uniform_int_distribution<>(0, limit - 1)(m_random); }
     std::string folder() { return m_root + "/d" + std::to_string(below(4)); }
-    std::string anyName() { return folder() + "/f" + std::to_string(below(20)); }
+    std::string anyName() {
+        m_path = folder() + "/f" + std::to_string(below(20));
+        return m_path;
+    }
 
-    static bool gone() { return errno == ENOENT || errno == ENODEV; }
+    // ESTALE is what libfuse says of a file that was removed between the kernel's lookup and its
+    // next request; the kernel tries once more, and has bad luck again at times.
+    static bool gone() { return errno == ENOENT || errno == ENODEV || errno == ESTALE; }
 
     // A file holds one letter as often as its size says.
     bool make() {
@@ -63,8 +74,12 @@ private:
         const ssize_t count = ::read(file.get(), bytes.data(), bytes.size());
         if (count < 0) return gone();
         bytes.resize(static_cast<std::size_t>(count));
-        return bytes.find_first_not_of(std::string("abcdefghijklmnopqrstuvwxyz") + '\0') ==
-               std::string::npos;
+        const std::size_t wrong =
+            bytes.find_first_not_of(std::string("abcdefghijklmnopqrstuvwxyz") + '\0');
+        if (wrong == std::string::npos) return true;
+        m_why = "byte " + std::to_string(wrong) + " of " + std::to_string(count) + " is " +
+                std::to_string(static_cast<unsigned char>(bytes[wrong]));
+        return false;
     }
     bool move() { return ::rename(anyName().c_str(), anyName().c_str()) == 0 || gone(); }
     bool remove() { return ::unlink(anyName().c_str()) == 0 || gone(); }
@@ -86,6 +101,8 @@ private:
 
     const std::string m_root;
     std::mt19937 m_random;
+    std::string m_path;  // the last one
+    std::string m_why;   // what went wrong, if no call failed
 };
 
 class MountStressTest : public MountedFixture, public ::testing::WithParamInterface<DialectWords> {
