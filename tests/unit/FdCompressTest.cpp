@@ -2,13 +2,13 @@
 #include "common/Compress/FdCompress.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <cstdio>
 #include <limits>
 #include <string>
 
 #include "support/LogCapture.h"
+#include "support/ScarceMemory.h"
 
 namespace {
 constexpr int kIntMax = std::numeric_limits<int>::max();
@@ -125,8 +125,7 @@ TEST_F(FdCompressTest, ASpaceThatIsGoneComesBackWithTheNextDemand) {
 TEST_F(FdCompressTest, AFailedAllocationIsLoggedAndLeavesNoSpace) {
     constexpr int kTwoGiB = kIntMax / 4096 * 4096;
     const auto withoutMemory = [this] {
-        const rlimit none{1, 1};
-        setrlimit(RLIMIT_AS, &none);
+        const ScarceMemory limit;
         const bool result = m_compress.getMallocEncodeMemory(kTwoGiB);
         std::_Exit(!result && m_compress.getSpace() == nullptr &&
                            m_log.has(ZLOG_LEVEL_WARNING,

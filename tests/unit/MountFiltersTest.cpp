@@ -1,11 +1,11 @@
 // The delimited lists of mount parents and file-system types.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <string>
 
 #include "common/Policy/FdClientPolicy.h"
 #include "support/LogCapture.h"
+#include "support/ScarceMemory.h"
 
 namespace {
 class MountFiltersTest : public testing::Test {
@@ -40,23 +40,6 @@ const List kLists[] = {
     {"network", &FdClientPolicy::setLinuxNetworkfs, &FdClientPolicy::isNetworkFileSystem,
      "networkFs == NULL", "setLinuxNetworkfs    size: 9,  networkFs: /one|two", "cifs", "two",
      "setLinuxNetworkfs    size: 1,  networkFs: "},
-};
-
-// Lets no new memory be mapped while it lives.
-class NoMoreMemory {
-public:
-    NoMoreMemory() {
-        getrlimit(RLIMIT_AS, &m_before);
-        rlimit none = m_before;
-        none.rlim_cur = 1;
-        setrlimit(RLIMIT_AS, &none);
-    }
-    ~NoMoreMemory() { setrlimit(RLIMIT_AS, &m_before); }
-    NoMoreMemory(const NoMoreMemory&) = delete;
-    NoMoreMemory& operator=(const NoMoreMemory&) = delete;
-
-private:
-    rlimit m_before{};
 };
 
 TEST_F(MountFiltersTest, MatchesTheDefaultsUntilAServerSpeaks) {
@@ -123,7 +106,7 @@ TEST_F(MountFiltersTest, MatchesNothingAfterAListFoundNoMemory) {
         const LogCapture log;
         bool stored = true;
         {
-            const NoMoreMemory limit;
+            const ScarceMemory limit;
             stored = (m_policy.*list.set)(huge.c_str());
         }
         if (stored) GTEST_SKIP() << "this system does not bound a program's memory";
