@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "support/Sanitizers.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -24,8 +25,11 @@ std::string temporaryFile() {
     return name;
 }
 
+// A sanitizer is slow at copying gigabytes.
+constexpr std::chrono::minutes kPatience{kThreadSanitizer ? 5 : 1};
+
 bool waitFor(const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (!done()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

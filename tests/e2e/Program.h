@@ -29,10 +29,10 @@ public:
     pid_t pid() const { return m_pid; }
     void signal(int number) const;
 
-    // Waits for the end, a minute at most.
+    // Waits for the end, a minute at most, or five under the thread sanitizer.
     Outcome finish();
 
-    // Waits until error() holds `text`, a minute at most.
+    // Waits until error() holds `text`, as long.
     bool waitForError(const std::string& text);
 
     // What it has written to standard error up to now.
