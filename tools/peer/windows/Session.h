@@ -69,8 +69,8 @@ public:
     // Waits for the handshake and answers with the policy. Once, before everything else.
     void open();
 
-    // Interrupts the channel for good. Every operation fails
-    // from here on, and none touches the channel.
+    // Interrupts the channel for good. Every operation fails from here on, and none touches the
+    // channel.
     void close();
 
     // Why the session has ended, in words; empty while it goes on.
