@@ -32,14 +32,6 @@ std::int64_t probeNumber(std::int32_t map) {
     return -1 - std::int64_t{map};
 }
 
-template <typename Item>
-std::vector<Item*> addressesOf(std::vector<Item>& items) {
-    std::vector<Item*> addresses;
-    addresses.reserve(items.size());
-    for (Item& item : items) addresses.push_back(&item);
-    return addresses;
-}
-
 }  // namespace
 
 Session::Ticket::~Ticket() {
@@ -51,11 +43,12 @@ Session::Session(Channel& channel, Machine::Options options)
       m_options(std::move(options)),
       m_name(channel.name()),
       m_slots(kMaxInFlight),
-      m_free(addressesOf(m_slots)),
       m_lastNews(Clock::now()),
       m_receiver(
           channel, [this](Bytes message) { handle(std::move(message)); },
           [this](const std::string& why) { end(why); }) {
+    m_free.reserve(kMaxInFlight);
+    for (Slot& slot : m_slots) m_free.push_back(&slot);
     m_driveKeeper = std::thread([this] { driveLoop(); });
 }
 
