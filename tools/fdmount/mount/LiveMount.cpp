@@ -13,6 +13,9 @@ namespace {
 // For the kernel to let go of a mount that nobody works in.
 constexpr std::chrono::seconds kPatience{2};
 
+// For the closing of a folder to arrive: what libfuse holds for an open one it frees only then.
+constexpr std::chrono::milliseconds kClosing{500};
+
 }  // namespace
 
 LiveMount::LiveMount(peer::Machine& machine, const MountOptions& options,
@@ -73,6 +76,7 @@ void LiveMount::updateDrives() {
 
 void LiveMount::takeOff(End end) {
     if (end == End::kStopped) m_mount.settle();
+    m_mount.awaitClosings(kClosing);
     detachMount(m_mountPoint);
     std::unique_lock lock(m_mutex);
     if (m_changed.wait_for(lock, kPatience, [&] { return m_news.ended; })) {

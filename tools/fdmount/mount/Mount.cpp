@@ -341,6 +341,12 @@ OpenFolder* Mount::openFolder() {
 void Mount::closeFolder(OpenFolder* folder) {
     const std::lock_guard lock(m_mutex);
     m_folders.erase(folder);
+    m_folderClosed.notify_all();
+}
+
+void Mount::awaitClosings(std::chrono::milliseconds most) {
+    std::unique_lock lock(m_mutex);
+    m_folderClosed.wait_for(lock, most, [this] { return m_folders.empty(); });
 }
 
 void Mount::settle() {

@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -79,6 +81,10 @@ public:
     // Waits until everything that was written is on the other side.
     void settle();
 
+    // Waits until no folder is open, so long at most. The kernel tells of a closing when the caller
+    // has gone on, and of none once the mount is off.
+    void awaitClosings(std::chrono::milliseconds most);
+
 private:
     struct Place {
         Drives::Pointer drive;  // null: the path is "/"
@@ -102,6 +108,7 @@ private:
     std::mutex m_mutex;  // guards everything below
     std::unordered_map<Handle*, std::unique_ptr<Handle>> m_handles;
     std::unordered_map<OpenFolder*, std::unique_ptr<OpenFolder>> m_folders;
+    std::condition_variable m_folderClosed;
 };
 
 }  // namespace fdmount
