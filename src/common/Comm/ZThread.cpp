@@ -186,8 +186,8 @@ bool ZThread::stopAndWait(int waitSteps) {
 
 bool ZThread::wait() {
     if (!m_joinable) return true;
-    m_joinable = false;
     const int status = pthread_join(m_threadId, nullptr);
+    m_joinable = status != 0;  // a thread that waited for itself can still be waited for
     if (status != 0) FD_LOG_ERROR("pthread_join failed(status=%d)", status);
     return status == 0;
 }
