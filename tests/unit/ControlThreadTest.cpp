@@ -21,14 +21,15 @@
 #include "support/MountNamespace.h"
 #include "support/TempDir.h"
 #include "support/WaitUntil.h"
+#include "support/WireMessage.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-
 constexpr int kPolicy = 0x5B;  // all media, writable
 constexpr int kServerVersion = 61;
+
+constexpr char kRelease[] = "0x500e0006:  client clear map info.";
+constexpr char kFailure[] = "add a driver failure.";
 
 MapDriverNode makeNode(const std::string& path, int type = 0x8, int policy = kPolicy) {
     MapDriverNode node{-1, type, policy, {}};
@@ -88,6 +89,34 @@ protected:
                   count);
         EXPECT_EQ(m_log.count(level, std::string("mountNode.m_pre_path:   ") + node.m_pre_path),
                   count);
+    }
+
+    // From here on each pass fails to add the root, once, and says so.
+    void failInEachPass() {
+        m_channel.m_result = -1;
+        m_policy.setLinuxRootDirEnable(1);
+        m_control.moniterDriverChange();
+        m_log.clear();
+    }
+
+    // How often kFailure is logged between the line `from`, or the start, and the release.
+    int passesUntilRelease(const std::string& from = {}) const {
+        EXPECT_TRUE(waitUntil([this] { return m_log.has(ZLOG_LEVEL_INFO, kRelease); },
+                              std::chrono::seconds(60)));
+        int passes = 0;
+        for (const LogLine& line : m_log.lines()) {
+            if (line.message == kRelease) break;
+            if (line.message == from) passes = 0;
+            if (line.message == kFailure) ++passes;
+        }
+        return passes;
+    }
+
+    // Whether the first line with the one text stands before the first with the other.
+    bool isLoggedAhead(const std::string& first, const std::string& second) const {
+        const std::vector<LogLine> lines = m_log.lines();
+        return std::ranges::find(lines, first, &LogLine::message) <
+               std::ranges::find(lines, second, &LogLine::message);
     }
 
     // The next pass is a tenth of a second away.
@@ -575,6 +604,26 @@ TEST_F(ControlThreadTest, ThereIsNoProfileToTellAbout) {
     EXPECT_TRUE(m_channel.writes().empty());
 }
 
+TEST_F(ControlThreadTest, TheProfileIsToldWhereAMapHoldsIt) {
+    const MapFolderPtr map = m_manager.addMapInfo("", 1, 0x8);  // as the path of the profile is
+    ASSERT_NE(map, nullptr);
+
+    EXPECT_TRUE(m_control.SendUserProfilePath());
+
+    EXPECT_EQ(m_channel.onlyWrite(),
+              bytesOf("\x0F\x02\0\0\0\0\0\0\x0B\0\0\0\0\0\0\0\x01\0\0\0\0\0\0"));
+    EXPECT_EQ(m_log.count(ZLOG_LEVEL_INFO, "SendUserProfilePath succeed!"), 1);
+}
+
+TEST_F(ControlThreadTest, AProfileThatCannotBeToldIsNoSuccess) {
+    ASSERT_NE(m_manager.addMapInfo("", 1, 0x8), nullptr);
+    m_channel.m_result = -1;
+
+    EXPECT_FALSE(m_control.SendUserProfilePath());
+
+    EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_INFO, "SendUserProfilePath succeed!"));
+}
+
 TEST_F(ControlThreadTest, TheProfilePathsBufferStaysAsItIs) {
     char buffer[] = "untouched";
     m_control.GetUserProfilePath(buffer, sizeof buffer);
@@ -603,6 +652,7 @@ TEST_F(ControlThreadTest, TheFirstPassAddsTheDrivesAndThenLooksForTheProfileOnce
     EXPECT_TRUE(m_control.stopAndWait(100));
 
     EXPECT_EQ(m_log.count(ZLOG_LEVEL_WARNING, "profile dir not map!"), 1);
+    EXPECT_TRUE(isLoggedAhead("add a drive success.", "profile dir not map!"));
     EXPECT_EQ(types(m_channel.writes()),
               (std::vector<int>{FD_CMD_MAP_ADD, FD_CMD_DRIVE_NAME, FD_CMD_MAP_DELETE,
                                 FD_CMD_MAP_ADD, FD_CMD_DRIVE_NAME}));
@@ -623,44 +673,60 @@ TEST_F(ControlThreadTest, ClearingTheMasterSwitchStopsThePassesAndWithdrawsNothi
     EXPECT_EQ(m_channel.writes().size(), 2U);  // nor does the stop withdraw anything
 }
 
-TEST_F(ControlThreadTest, PassesWithoutAPolicyAreNotCounted) {
+TEST_F(ControlThreadTest, DeletedMapsAreReleasedInTheHundredthPassThatAPolicyAllows) {
+    offerRoot();
+    failInEachPass();
+    m_policy.setItaPolicy(0);
     m_control.start();
-    EXPECT_FALSE(m_channel.waitFor([](const auto& writes) { return !writes.empty(); },
-                                   std::chrono::seconds(2)));
+    EXPECT_FALSE(m_channel.waitFor([](const auto& writes) { return writes.size() > 1; },
+                                   std::chrono::seconds(2)));  // passes that are not counted
 
-    // An empty list is released at the hundredth active pass, which stands behind 99 sleeps.
-    const auto active = steady_clock::now();
-    m_policy.setLinuxMountPath("/no such folder");
     m_policy.setItaPolicy(kPolicy);
-    EXPECT_TRUE(waitUntil(
-        [this] { return m_log.has(ZLOG_LEVEL_INFO, "0x500e0006:  client clear map info."); },
-        std::chrono::seconds(60)));
 
-    EXPECT_GE(steady_clock::now() - active, milliseconds(9900));
-    EXPECT_TRUE(m_channel.writes().empty());
+    EXPECT_EQ(passesUntilRelease(), 99);  // the hundredth begins with the release
 }
 
 TEST_F(ControlThreadTest, ADeletedMapIsReleasedAHundredPassesLater) {
-    offerRoot();
-    m_control.start();
-    ASSERT_TRUE(m_channel.waitForWrites(2));
-    const std::weak_ptr<MapFolder> map = m_manager.getMapInfoByID(0);
-    ASSERT_FALSE(map.expired());
-    // Passes that are over before the deletion do not count.
-    EXPECT_FALSE(m_channel.waitFor([](const auto& writes) { return writes.size() > 2; },
-                                   std::chrono::seconds(1)));
+    inMountNamespace([this](const std::string& folder) {
+        mountTmpfs(folder + "/a");
+        offerBelow(folder);
+        m_control.moniterDriverChange();
+        failInEachPass();
+        const std::weak_ptr<MapFolder> map = m_manager.getMapInfoByID(0);
+        ASSERT_FALSE(map.expired());
+        m_control.start();
+        const auto failures = [this] { return m_log.count(ZLOG_LEVEL_ERROR, kFailure); };
+        EXPECT_TRUE(waitUntil([&] { return failures() > 10; }));  // passes before do not count
 
-    const auto changed = steady_clock::now();
-    m_policy.setItaPolicy(kPolicy | 0x20);
-    EXPECT_TRUE(waitUntil([&] { return map.expired(); }, std::chrono::seconds(60)));
+        unmount(folder + "/a");
+        const std::string deletion = "0x500e0005:  map delete.  rcFlag: 0";
+        EXPECT_TRUE(waitUntil([&] { return m_log.has(ZLOG_LEVEL_INFO, deletion); }));
 
-    EXPECT_GE(steady_clock::now() - changed, milliseconds(9900));
-    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_INFO, "pMap->m_nMapIndex: 0, pMap->m_ClientFolder: /."));
-    EXPECT_TRUE(waitUntil(
-        [this] { return m_log.has(ZLOG_LEVEL_INFO, "0x500e0006:  client clear map info."); },
-        std::chrono::seconds(20)));
-    EXPECT_TRUE(m_control.stopAndWait(100));
-    EXPECT_EQ(m_log.count(ZLOG_LEVEL_INFO, "0x500e0006:  client clear map info."), 1);
+        EXPECT_EQ(passesUntilRelease(deletion), 99);
+        EXPECT_TRUE(map.expired());
+        const std::string released = "pMap->m_nMapIndex: 0, pMap->m_ClientFolder: " + folder + "/a";
+        EXPECT_EQ(m_log.count(ZLOG_LEVEL_INFO, released), 1);
+        EXPECT_TRUE(isLoggedAhead(released, kRelease));
+        EXPECT_TRUE(m_control.stopAndWait(100));
+        EXPECT_EQ(m_log.count(ZLOG_LEVEL_INFO, kRelease), 1);
+    });
+}
+
+TEST_F(ControlThreadTest, ADeletionOfAnUnknownIdPutsNoReleaseOff) {
+    inMountNamespace([this](const std::string& folder) {
+        mountTmpfs(folder + "/a");
+        offerBelow(folder);
+        m_control.moniterDriverChange();
+        m_manager.deleteMapInfoByMapIndex(0);  // behind the monitor's back
+        failInEachPass();
+        m_control.start();
+        EXPECT_TRUE(waitUntil([this] { return m_log.count(ZLOG_LEVEL_ERROR, kFailure) > 10; }));
+
+        unmount(folder + "/a");
+
+        EXPECT_EQ(passesUntilRelease(), 99);
+        EXPECT_EQ(m_log.count(ZLOG_LEVEL_ERROR, "delete a not exist drive. mapId:0"), 1);
+    });
 }
 
 }  // namespace

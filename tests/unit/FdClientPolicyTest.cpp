@@ -13,6 +13,7 @@
 
 #include "support/LogCapture.h"
 #include "support/WaitUntil.h"
+#include "support/WireMessage.h"
 
 namespace {
 using testing::ElementsAre;
@@ -34,7 +35,7 @@ protected:
 
     void setWord(unsigned word) { m_policy.setItaPolicy(static_cast<int>(word)); }
 
-    // No query gives the compress type away, so its bytes are looked for in the whole object.
+    // For what no query gives away, such as the compress type: looked for in the whole object.
     bool holdsBytes(std::string_view bytes) const {
         const std::string_view object(reinterpret_cast<const char*>(&m_policy), sizeof m_policy);
         return object.find(bytes) != std::string_view::npos;
@@ -343,6 +344,19 @@ TEST_F(FdClientPolicyTest, CorrectsTheStatisticTimeWhenItIsRead) {
         EXPECT_EQ(m_policy.getStatisticsTime(), read) << given;
         EXPECT_EQ(m_policy.getStatisticsTime(), read) << given;
     }
+}
+
+TEST_F(FdClientPolicyTest, StoresTheStatisticTimeUncheckedUntilItIsRead) {
+    const std::string bytes = leText(0x5EC0FFEE);
+    m_policy.setStatisticTime(0x5EC0FFEE);
+    EXPECT_TRUE(holdsBytes(bytes));
+    m_policy.getStatisticsTime();
+    EXPECT_FALSE(holdsBytes(bytes));
+}
+
+TEST_F(FdClientPolicyTest, StoresTheCompressionPolicyThoughNobodyReadsIt) {
+    m_policy.setCompressPolicy(0, 0x5EC0FFEE, 900, 512);
+    EXPECT_TRUE(holdsBytes(leText(0x5EC0FFEE)));
 }
 
 TEST_F(FdClientPolicyTest, WorksAtTheLowerOfTheTwoVersions) {

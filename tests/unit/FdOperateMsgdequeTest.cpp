@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -72,18 +71,6 @@ TEST_F(FdOperateMsgdequeTest, FreeingAnEmptyQueueMakesOneReadReturnNullAtOnce) {
     EXPECT_LT(inAll, milliseconds(5000));  // 10 seconds if each had waited
 
     EXPECT_GE(timeOfEmptyPop(), milliseconds(90));  // and only one
-}
-
-TEST_F(FdOperateMsgdequeTest, FreeingWakesAReaderThatWaits) {
-    std::atomic<bool> stop{false};
-    std::thread freer([&] {
-        while (!stop) m_queue.free_RecvMsg_Deque();
-    });
-    const auto before = steady_clock::now();
-    for (int i = 0; i < 1000; ++i) EXPECT_EQ(popNumber(), -1);
-    EXPECT_LT(steady_clock::now() - before, std::chrono::seconds(50));  // unwoken: 100 seconds
-    stop = true;
-    freer.join();
 }
 
 TEST_F(FdOperateMsgdequeTest, FreeingTakesAllMessages) {

@@ -7,8 +7,12 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "common/Map/MapFolder.h"
+#include "common/Map/MapNaming.h"
+#include "common/Policy/FdClientPolicy.h"
 #include "linux/comm/Opreator/FdCommon_linux.h"
 #include "linux/comm/Opreator/Ticks.h"
 #include "support/LogCapture.h"
@@ -83,6 +87,18 @@ TEST_F(HostIdentityTest, FailsWithoutABuffer) {
     EXPECT_EQ(getHostName(nullptr, 8), -1);
     EXPECT_STREQ(name, "##");
     EXPECT_EQ(m_log.count(ZLOG_LEVEL_ERROR, "memcpy_s failed"), 3);
+}
+
+TEST_F(HostIdentityTest, AMapOfAHostWithoutANameShowsTheFixedOne) {
+    const std::string host = std::exchange(s_host, "");
+    FdClientPolicy policy;
+    MapFolder map(&policy, ZListener{});
+
+    EXPECT_TRUE(setComputerName(map));
+    s_host = host;
+
+    EXPECT_STREQ(map.m_utf8_computerName, "Mac");
+    EXPECT_EQ(map.m_utf8_computerName_size, 4);
 }
 
 TEST_F(HostIdentityTest, GivesTheLoginNameInAClearedBuffer) {

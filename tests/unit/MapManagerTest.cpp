@@ -1,6 +1,7 @@
 // The dispatcher and the result path: every code, every notice, and what the channel gets to see.
 #include "common/Map/MapManager.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "common/Comm/HandleManage.h"
 #include "common/Comm/WireNumbers.h"
 #include "common/Map/FdCommand.h"
 #include "common/Policy/FdClientPolicy.h"
@@ -229,6 +231,20 @@ TEST_F(MapManagerTest, TheUnmapQueryListsTheMapsAndRemovesNone) {
     EXPECT_EQ(m_manager.getMapNum(), 2);
 }
 
+TEST_F(MapManagerTest, TheUnmapQueryPrintsTheHandlesOfEveryMap) {
+    for (const char* path : {"/zfd/one", "/zfd/two"}) {
+        const MapFolderPtr map = addMap(path);
+        const int fd = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ASSERT_TRUE(map->m_handleManage->InsertHandleByName(fd, path, HANDLE_TYPE_DIR));
+    }
+    m_log.clear();
+
+    handle(wireMessage(FD_CMD_GET_UNMAP_FOLDER));
+
+    EXPECT_TRUE(m_log.contains(ZLOG_LEVEL_INFO, "/zfd/one"));
+    EXPECT_TRUE(m_log.contains(ZLOG_LEVEL_INFO, "/zfd/two"));
+}
+
 // Notices
 
 TEST_F(MapManagerTest, AMapReplyStoresTheDriveLetter) {
@@ -244,6 +260,10 @@ TEST_F(MapManagerTest, AMapReplyStoresTheDriveLetter) {
 
 TEST_F(MapManagerTest, ALetterBelowAIsStoredAllTheSameAfterAWarning) {
     const MapFolderPtr map = addMap("/zfd/one");
+
+    handle(wireMessage(FD_CMD_MAP_RSP, 0, 0, "@"));
+    EXPECT_EQ(map->m_vmName, 64);
+    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_WARNING, "vmName < 'A'' , vmName: 64"));
 
     handle(wireMessage(FD_CMD_MAP_RSP, 0, 0, "0"));
     EXPECT_EQ(map->m_vmName, 48);
@@ -423,6 +443,27 @@ TEST_F(MapManagerTest, OnlyTheThirdWriteOfACompressedResultIsLookedAt) {
 
     EXPECT_EQ(writes, 3);
     EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_WARNING, "send compress data error"));
+}
+
+TEST_F(MapManagerTest, AFinishedMessageMayGoBetweenTheWritesOfACompressedResult) {
+    addMap("/zfd/one");
+    m_policy.setCompressPolicy(1, 0, 900, 512);
+    answerReadsWith(600);
+    std::vector<int> sizes;
+    const auto write = [&](char*, int size) {
+        sizes.push_back(size);
+        // On this thread: it would wait for itself if the result held the send lock.
+        if (sizes.size() == 1 || sizes.size() == 3) {
+            std::string data = "finished";
+            EXPECT_TRUE(m_manager.sendData(data.data(), 8));
+        }
+        return size;
+    };
+    m_manager.initNet(write, m_channel.metric());
+
+    handle(wireMessage(FD_CMD_READ));
+
+    EXPECT_THAT(sizes, ElementsAre(12, 8, 12, 8, 0));
 }
 
 TEST_F(MapManagerTest, LaterPolicyValuesDoNotReachTheCompressor) {

@@ -83,6 +83,18 @@ TEST_F(MapRegistryTest, FillsTheRecordOfAFolder) {
     EXPECT_EQ(map->m_policy, &m_policy);
 }
 
+TEST_F(MapRegistryTest, GivesEveryMapTheHostsListener) {
+    int context = 0;
+    const ZListener listener{&context, [](ZUiEvent event) { return static_cast<int>(event.msg); }};
+    MapManager manager(&m_policy, listener);
+
+    const MapFolderPtr map = manager.addMapInfo("/Volumes/Data", 14, kLocalDisk);
+
+    ASSERT_NE(map, nullptr);
+    EXPECT_EQ(map->m_listener.context, &context);
+    EXPECT_EQ(map->m_listener.callback, listener.callback);
+}
+
 TEST_F(MapRegistryTest, ShowsTheHostsName) {
     char host[1024] = {};
     const int length = getHostName(host, sizeof(host));

@@ -61,6 +61,8 @@ TEST(MemcpySTest, RegionsThatTouchDoNotOverlap) {
     auto dst = filled();
     EXPECT_EQ(memcpy_s(dst.data(), 8, dst.data() + 4, 4), 0);
     EXPECT_EQ(std::string_view(dst.data(), 8), "efghefgh");
+    EXPECT_EQ(memcpy_s(dst.data() + 2, 6, dst.data(), 2), 0);
+    EXPECT_EQ(std::string_view(dst.data(), 8), "efefefgh");
 }
 
 TEST(MemmoveSTest, MovesOverlappingRegions) {

@@ -15,6 +15,7 @@
 #include "ZFdClientMgr.h"
 #include "support/FakeChannel.h"
 #include "support/LogCapture.h"
+#include "support/PolicyMessage.h"
 #include "support/WaitUntil.h"
 #include "support/WireMessage.h"
 
@@ -41,12 +42,21 @@ protected:
         ASSERT_TRUE(m_client.Start());
     }
 
-    // Asks for the number of maps and waits for the answer, so all before it has been handled.
-    bool answers(int seq = 1) {
-        const auto reply = bytesOf("\x02\x02\0\x01\0\0\0\0\x04\0\0\0\0\0\0\0");
-        return put(wireMessage(kMapCount, 0, seq)) && m_channel.waitFor([&](const auto& writes) {
-            return std::ranges::find(writes, reply) != writes.end();
+    // Whether the request for the number of maps with that tag gets its answer.
+    bool answered(int seq) const {
+        return m_channel.waitFor([seq](const auto& writes) {
+            return std::ranges::any_of(writes, [seq](const FakeChannel::Message& message) {
+                return message.size() == 16 && message[0] == 2 && message[1] == 2 &&
+                       message[3] == seq;
+            });
         });
+    }
+
+    // Asks for the number of maps and waits for the answer, so all before it has been handled.
+    bool answers(int seq = 1) { return put(wireMessage(kMapCount, 0, seq)) && answered(seq); }
+
+    void offerRoot() {
+        EXPECT_TRUE(put(PolicyMessage{.rootDirEnable = 1, .mountPath = ""}.build()));
     }
 
     void end() {
@@ -93,6 +103,19 @@ TEST_F(LifeCycleTest, InitAfterReleaseWorks) {
     }
 }
 
+TEST_F(LifeCycleTest, ReleaseForgetsThePolicy) {
+    start();
+    offerRoot();
+    EXPECT_TRUE(
+        waitUntil([this] { return m_log.has(ZLOG_LEVEL_INFO, "mountNode.m_pre_path:   /."); }));
+    end();
+    m_channel.clear();
+
+    EXPECT_TRUE(m_client.Start());
+
+    EXPECT_FALSE(m_channel.waitFor([](const auto& writes) { return !writes.empty(); }, seconds(1)));
+}
+
 TEST_F(LifeCycleTest, ReleaseFreesTheMessagesThatAreStillQueued) {
     init();
     for (int i = 0; i < 100; ++i) EXPECT_TRUE(put(wireMessage(kMapCount)));
@@ -114,6 +137,17 @@ TEST_F(LifeCycleTest, StopTwiceDoesNothingTheSecondTime) {
     m_log.clear();
     EXPECT_TRUE(m_client.Stop());
     EXPECT_TRUE(m_log.lines().empty());
+}
+
+TEST_F(LifeCycleTest, StopEndsTheMaps) {
+    start();
+    offerRoot();
+    EXPECT_TRUE(
+        waitUntil([this] { return m_log.has(ZLOG_LEVEL_INFO, "mountNode.m_pre_path:   /."); }));
+
+    EXPECT_TRUE(m_client.Stop());
+
+    EXPECT_EQ(m_log.count(ZLOG_LEVEL_INFO, "ClientName:/., mapName:Mac r-rt "), 1);
 }
 
 TEST_F(LifeCycleTest, StartAfterStopHandlesWhatWasQueuedMeanwhile) {
@@ -313,6 +347,51 @@ TEST_F(LifeCycleTest, OneByteMoreEndsTheProcessingThreadAndStopWaits10SecondsFor
     EXPECT_TRUE(m_client.Start());  // a new thread goes on with the queue
     EXPECT_TRUE(m_channel.waitForWrites(1));
     end();
+}
+
+TEST_F(LifeCycleTest, StopEndsTheDriveMonitorBeforeTheProcessingThread) {
+    // The metric callable holds the monitor up until a request was answered that came after the
+    // beginning of Stop.
+    std::atomic<bool> held{false};
+    m_client.Init(m_channel.writer(), [&](int, char*, unsigned) {
+        held = true;
+        return answered(9) ? 0 : -1;
+    });
+    m_client.Start();
+    offerRoot();
+    EXPECT_TRUE(waitUntil([&] { return held.load(); }));
+
+    std::thread stopper([this] { EXPECT_TRUE(m_client.Stop()); });
+    EXPECT_TRUE(waitUntil([this] {  // by then a thread that is not held up would have ended
+        return m_log.has(ZLOG_LEVEL_INFO, " wait Stop. waitStepTime: 4");
+    }));
+    EXPECT_TRUE(answers(9));
+    stopper.join();
+
+    EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_ERROR, "stop error"));
+}
+
+TEST_F(LifeCycleTest, AMonitorThatIsHeldUpIsGivenUpAfter10Seconds) {
+    const auto open = std::make_shared<std::atomic<bool>>(false);
+    std::atomic<bool> held{false};
+    m_client.Init(m_channel.writer(), [&held, open](int, char*, unsigned) {
+        held = true;
+        open->wait(false);
+        return 0;
+    });
+    m_client.Start();
+    offerRoot();
+    EXPECT_TRUE(waitUntil([&] { return held.load(); }));
+
+    const auto before = steady_clock::now();
+    EXPECT_TRUE(m_client.Stop());
+
+    EXPECT_GE(steady_clock::now() - before, seconds(9));
+    EXPECT_EQ(m_log.count(ZLOG_LEVEL_ERROR, "ControlThread stop error"), 1);
+    EXPECT_FALSE(m_log.has(ZLOG_LEVEL_ERROR, "FdMsgProcThread stop error"));
+    *open = true;
+    open->notify_all();
+    EXPECT_TRUE(waitUntil([&] { return open.use_count() == 2; }));  // this one and the client's
 }
 
 TEST_F(LifeCycleTest, AThreadThatIsLateMayStillWriteWhenTheClientIsGone) {
