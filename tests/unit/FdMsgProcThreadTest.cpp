@@ -7,6 +7,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "common/Map/FdCommand.h"
 #include "common/Map/MapManager.h"
@@ -96,6 +97,19 @@ TEST_F(FdMsgProcThreadTest, AThreadWithoutManagerOrQueueEndsByItself) {
     }
 }
 
+TEST_F(FdMsgProcThreadTest, TheEndOfTheObjectIsTheEndOfItsThread) {
+    {
+        FdMsgProcThread thread;
+        thread.setMapManager(&m_manager);
+        thread.setFdMsgQueue(&m_queue);
+        push(wireMessage(FD_CMD_GET_MAP_NUM));
+        thread.start();
+        ASSERT_TRUE(m_channel.waitForWrites(1));
+    }
+    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_INFO, "thread func name: FdMsgProcThread"));
+    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_INFO, " wait Stop. m_exit_flag: 1"));
+}
+
 TEST_F(FdMsgProcThreadTest, MessagesAreHandledInTheirOrder) {
     for (int seq = 0; seq < 200; ++seq) push(wireMessage(FD_CMD_GET_MAP_NUM, 0, seq));
     m_thread->start();
@@ -139,6 +153,29 @@ TEST_F(FdMsgProcThreadTest, EachMessageFindsTheBufferZeroBehindIt) {
 
     ASSERT_TRUE(m_channel.waitForWrites(2 * std::size(sizes)));
     EXPECT_EQ(m_unclean, 0);
+}
+
+TEST_F(FdMsgProcThreadTest, WhatALargeReadLeavesIsClearedAlsoBehindASmallOne) {
+    m_manager.addMapInfo("/zfd/one", 9, 0x8);
+    int size = 5000;
+    m_manager.m_fsHandlers[FD_CMD_READ] = [&](char*& buffer, int, int* resultSize, MapFolder*) {
+        std::fill_n(buffer, kHeaderSize + size, 'r');
+        *resultSize = std::exchange(size, 100);
+    };
+    bool isClean = false;
+    m_manager.m_fsHandlers[FD_CMD_LOCKS] = [&](char*& buffer, int messageSize, int* resultSize,
+                                               MapFolder*) {
+        isClean = std::all_of(buffer + messageSize, buffer + MAX_CMD_BUFFER,
+                              [](char byte) { return byte == 0; });
+        *resultSize = 1;
+    };
+    for (const int code : {FD_CMD_READ, FD_CMD_READ, FD_CMD_LOCKS}) {
+        push(wireMessage(code, 0, 0, std::string(20, 'x')));
+    }
+    m_thread->start();
+
+    ASSERT_TRUE(m_channel.waitForWrites(3));
+    EXPECT_TRUE(isClean);
 }
 
 TEST_F(FdMsgProcThreadTest, AMessageOf1049600BytesIsHandled) {

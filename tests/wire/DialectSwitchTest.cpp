@@ -2,10 +2,12 @@
 // a later start is back to.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
 #include "ZFdClientMgr.h"
+#include "ZLogger.h"
 #include "support/FakeChannel.h"
 #include "support/LogCapture.h"
 #include "support/PolicyMessage.h"
@@ -71,6 +73,32 @@ TEST_F(DialectSwitchTest, WithoutTheLinuxBitNothingIsSwitched) {
 
     EXPECT_FALSE(isSwitched());
     EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_INFO, "handle connect work"));
+}
+
+TEST_F(DialectSwitchTest, AClientThatStartsBehindAStopIsEndedAtOnce) {
+    // The log holds the switch up in the middle of its start, until Stop has given up on it.
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> isFree{false};
+    std::atomic<bool> isEnded{false};
+    ZLogger::GetInstance()->SetSink([&](const ZLogRecord& record) {
+        if (record.message == "handle connect work ...") {
+            isHeld = true;
+            isFree.wait(false);
+        }
+        if (record.message == "send thread stop success") isEnded = true;
+    });
+    m_client.Start();
+    putPolicy(PolicyMessage::kLinuxDesktop);
+    EXPECT_TRUE(waitUntil([&] { return isHeld.load(); }));
+
+    EXPECT_TRUE(m_client.Stop());
+    EXPECT_FALSE(isSwitched());
+    EXPECT_FALSE(isEnded);
+    isFree = true;
+    isFree.notify_all();
+
+    EXPECT_TRUE(waitUntil([&] { return isEnded.load(); }));
+    ZLogger::GetInstance()->SetSink([](const ZLogRecord&) {});
 }
 
 TEST_F(DialectSwitchTest, AfterAStopTheServiceStartsInTheWindowsDialectAgain) {

@@ -46,7 +46,7 @@ void ControlThread::run() {
     FD_LOG_INFO("ControlThread run");
     bool firstPass = true;
     while (m_running) {
-        if (m_policy->isFdRedirEnable() && !m_policy->isLinuxSystem()) {
+        if (m_mapmanager != nullptr && m_policy->isFdRedirEnable() && !m_policy->isLinuxSystem()) {
             releaseDeletedMaps();
             moniterDriverChange();
             if (std::exchange(firstPass, false)) {
@@ -59,10 +59,9 @@ void ControlThread::run() {
     m_exit_flag = 1;  // last: from here on the owner may let go of this object
 }
 
-// Kept: the count goes on beyond the limit, so that only a deletion, which puts it back to 0, leads
-// to another release.
+// Kept: once. Only a deletion, which puts the count back to 0, leads to another release.
 void ControlThread::releaseDeletedMaps() {
-    if (++m_clearCount != kPassesToRelease) return;
+    if (m_clearCount == kPassesToRelease || ++m_clearCount < kPassesToRelease) return;
 
     freeMapFolderList(std::exchange(m_deleteMapList, {}));
     FD_LOG_INFO("0x%x:  client clear map info.", kMapsReleasedEvent);

@@ -63,6 +63,6 @@ private:
     std::list<MapDriverNode> m_mountList;     // announced, with their map ids
     MapManager* m_mapmanager;                 // not owned
     std::list<MapFolderPtr> m_deleteMapList;  // left the registry, released 100 passes later
-    int m_clearCount;                         // passes since the last deletion
+    int m_clearCount;                         // passes since the last deletion, 100 at most
     FdClientPolicy* m_policy;                 // not owned
 };

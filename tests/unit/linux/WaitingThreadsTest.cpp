@@ -5,13 +5,19 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "common/Comm/WireNumbers.h"
 #include "common/Comm/ZThread.h"
+#include "common/Map/FdCommand.h"
+#include "common/Map/MapManager.h"
+#include "common/Policy/FdClientPolicy.h"
 #include "common/Thread/FdOperateMsgdeque.h"
 #include "support/LogCapture.h"
 
@@ -25,20 +31,25 @@ char stateOfThread(pid_t thread) {
     return end == std::string::npos ? '?' : text.at(end + 2);
 }
 
-// Runs `body` on a thread, and is made when that thread has gone to sleep.
+// Runs `body` on a thread, and is made when that thread has gone to sleep or has ended, or when
+// `enough` holds.
 class Sleeper {
 public:
-    explicit Sleeper(const std::function<void()>& body)
+    explicit Sleeper(const std::function<void()>& body, const std::function<bool()>& enough = {})
         : m_thread([this, body] {
               m_id = gettid();
               body();
+              m_hasEnded = true;
           }) {
-        while (m_id == 0 || stateOfThread(m_id) != 'S') std::this_thread::yield();
+        while (!m_hasEnded && !isAsleep() && !(enough && enough())) std::this_thread::yield();
     }
     void join() { m_thread.join(); }
 
 private:
+    bool isAsleep() const { return m_id != 0 && stateOfThread(m_id) == 'S'; }
+
     std::atomic<pid_t> m_id{0};
+    std::atomic<bool> m_hasEnded{false};
     std::thread m_thread;
 };
 
@@ -65,6 +76,32 @@ TEST(SemaphoreWakeUpTest, AReleaseReachesTheWaiterThatItIsEnoughFor) {
     semaphore.release(2);
     greedy.join();
     EXPECT_EQ(semaphore.available(), 0);
+}
+
+TEST(SendLockTest, AFinishedMessageWaitsForTheEndOfAResult) {
+    FdClientPolicy policy;
+    MapManager manager(&policy, ZListener{});
+    std::atomic<int> inside{0};
+    std::atomic<bool> overlapped{false};
+    std::string message = "finished";
+    std::unique_ptr<Sleeper> control;
+    const auto write = [&](char*, int size) {
+        if (++inside > 1) overlapped = true;
+        if (size == 16) {
+            control = std::make_unique<Sleeper>([&] { manager.sendData(message.data(), 8); },
+                                                [&] { return overlapped.load(); });
+        }
+        --inside;
+        return size;
+    };
+    manager.initNet(write, [](int, char*, unsigned) { return 0; });
+
+    std::vector<char> buffer(MAX_CMD_BUFFER);
+    storeLe<std::uint16_t>(buffer.data(), FD_CMD_GET_MAP_NUM);
+    manager.HandleCmd(buffer.data(), kHeaderSize);
+    control->join();
+
+    EXPECT_FALSE(overlapped);
 }
 
 class QueueWakeUpTest : public testing::Test {
