@@ -1,7 +1,8 @@
 // The drive redirection plug-in as a host application sees it. The host creates one ZFdClientMgr
 // for a connection and calls, in this order: constructor, SetListener, Init, Start, SendHandShake,
 // PutMsg for each inbound channel message, Stop, Release, destructor. All of them run on one thread
-// of the host's, except that PutMsg may have a thread of its own.
+// of the host's, except that PutMsg may have a thread of its own, which makes no call while Init,
+// Stop or Release runs.
 #pragma once
 
 #include <cstdint>
