@@ -127,6 +127,11 @@ void buildRoot(const std::vector<Share>& shares, bool readOnly) {
         require(::mount(pathOf(folders[i]).c_str(), place.c_str(), nullptr, MS_BIND | MS_REC,
                         nullptr) == 0,
                 shares[i].folder);
+        // Whoever shares everything has the stage in it, where their own folder is.
+        if (shares[i].folder == "/") {
+            const std::string stage = place + kStage;
+            require(::umount2(stage.c_str(), MNT_DETACH) == 0, stage);
+        }
         restrictMount(place, readOnly);
     }
     folders.clear();
