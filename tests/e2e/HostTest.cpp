@@ -47,8 +47,8 @@ TEST_F(HostTest, ServesOneConnectionAfterTheOther) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(fdmount({"ls", "Mac-Data"}).out, "one\n");
 }
 
-TEST_F(HostTest, EndsWellOnEitherSignalAndTakesItsSocketAlong) {
-    for (const int signal : {SIGINT, SIGTERM}) {
+TEST_F(HostTest, EndsWellOnEachSignalAndTakesItsSocketAlong) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         share();
         EXPECT_EQ(fdmount({"ls"}).exitCode, 0);
         m_host->signal(signal);
@@ -163,6 +163,27 @@ TEST_F(HostTest, TheWholeFileTreeOfTheOtherSideIsTheShareToo) {
     EXPECT_TRUE(canOpen("\\media\\Data\\inside", true));
     EXPECT_FALSE(canOpen("\\etc\\passwd", true));
     EXPECT_FALSE(canOpen("\\proc\\1\\root\\etc\\passwd", true));
+}
+
+TEST_F(HostTest, WhoSharesEverythingSharesTheFolderForTemporaryFilesToo) {
+    char name[] = "/tmp/zfd-share-XXXXXX";
+    ASSERT_NE(::mkdtemp(name), nullptr);
+    const std::string folder = name;
+    ::close(::open((folder + "/one").c_str(), O_WRONLY | O_CREAT, 0600));
+    start({"/"});
+    const Outcome outcome = fdmount({"ls", "Mac-root" + folder});
+    EXPECT_EQ(outcome.out, "one\n") << outcome.err << m_host->error();
+    std::filesystem::remove_all(folder);
+}
+
+TEST_F(HostTest, AStandardStreamThatIsClosedIsNamed) {
+    for (const char* streams : {"<&-", ">&-", "<&- >&-"}) {
+        const Outcome outcome = run({"/bin/sh", "-c", "exec \"$@\" " + std::string(streams), "sh",
+                                     FDSHARE, "--stdio", m_share},
+                                    {});
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_EQ(outcome.err, "fdshare: standard input or output is closed\n");
+    }
 }
 
 TEST_F(HostTest, AReadOnlyShareCannotBeWrittenWhateverThePolicySays) {

@@ -1,5 +1,7 @@
 // fdmount: plays the remote desktop at the other end of a channel, and browses the drives that it
 // is offered.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -60,6 +62,7 @@ void warn(const std::string& text) {
 }  // namespace fdmount
 
 int main(int argc, char** argv) {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) peer::holdPlaceOf(stream);
     int exitCode = 0;
     const auto options = fdmount::parseOptions(argc, argv, exitCode);
     if (!options) return exitCode;

@@ -32,6 +32,7 @@ void handleSignals(const peer::WakePipe& stop) {
     action.sa_flags = static_cast<int>(SA_RESETHAND);  // the second one ends the process at once
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
+    if (::signal(SIGHUP, SIG_IGN) != SIG_IGN) ::sigaction(SIGHUP, &action, nullptr);  // not nohup
     peer::ignoreBrokenPipes();
 }
 
@@ -81,11 +82,18 @@ bool serveOne(const std::shared_ptr<peer::Channel>& channel, const host::HostLim
     return why.empty();
 }
 
+bool allows(int fd, int accessMode) {
+    const int mode = ::fcntl(fd, F_GETFL) & O_ACCMODE;
+    return mode == accessMode || mode == O_RDWR;
+}
+
 // The channel gets the descriptors for itself, so that nothing else can end up in it.
 std::shared_ptr<peer::Channel> takeStandardStreams() {
     peer::FileDescriptor in(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
     peer::FileDescriptor out(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
-    if (!in || !out) throw peer::ChannelError("standard input or output is closed");
+    if (!in || !out || !allows(in.get(), O_RDONLY) || !allows(out.get(), O_WRONLY)) {
+        throw peer::ChannelError("standard input or output is closed");
+    }
     const peer::FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
     ::dup2(nothing.get(), STDIN_FILENO);
     ::dup2(STDERR_FILENO, STDOUT_FILENO);
@@ -120,6 +128,7 @@ int serveSocket(const Options& options, const peer::WakePipe& stop) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) peer::holdPlaceOf(stream);
     int exitCode = 0;
     const std::optional<Options> options = parseOptions(argc, argv, exitCode);
     if (!options) return exitCode;

@@ -223,4 +223,15 @@ void ignoreBrokenPipes() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
+void holdPlaceOf(int standardStream) {
+    if (::fcntl(standardStream, F_GETFD) >= 0) return;
+    const int flags = standardStream == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+    FileDescriptor nothing(::open("/dev/null", flags));
+    if (nothing.get() == standardStream) {
+        [[maybe_unused]] const int kept = nothing.release();
+    } else if (nothing) {
+        ::dup2(nothing.get(), standardStream);
+    }
+}
+
 }  // namespace peer

@@ -103,4 +103,8 @@ private:
 // A write to a stream whose reader has gone is an error to report, not a signal to die from.
 void ignoreBrokenPipes();
 
+// For a standard stream that was closed when the program began: nothing else may get its number,
+// since what is written there would get into it. To use the stream fails as before.
+void holdPlaceOf(int standardStream);
+
 }  // namespace peer
