@@ -1,4 +1,4 @@
-// What only the Linux dialect has: symbolic links as such.
+// What only the Linux dialect has: symbolic links as such, and long paths.
 #include <unistd.h>
 
 #include <cerrno>
@@ -66,6 +66,19 @@ TEST_F(LinuxDriveTest, LinksThatLeadElsewhereReadAsTheyAre) {
         hangUp();
         ASSERT_EQ(::unlink(here("l").c_str()), 0);
     }
+}
+
+TEST_F(LinuxDriveTest, AFolderWhoseEntriesLieTooDeepIsNotCalledEmpty) {
+    use();
+    std::string folder = std::string(240, 'd');
+    for (int i = 0; i < 4; ++i) {
+        drive().makeFolder(at(folder), 0755);
+        folder += "/" + std::string(240, 'd');
+    }
+    drive().makeFolder(at(folder), 0755);
+    put(folder + "/file", "text");
+    EXPECT_EQ(get(folder + "/file"), "text");
+    EXPECT_EQ(errorOf([&] { names(folder); }), ENAMETOOLONG);
 }
 
 }  // namespace

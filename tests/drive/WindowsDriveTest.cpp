@@ -173,7 +173,7 @@ TEST_F(WindowsDriveTest, FoldersKeepTheirModesAndTimesWithoutAWord) {
     use();
     drive().makeFolder(at("folder"), 0700);
     const peer::Attributes before = stat("folder");
-    drive().chmod(at("folder"), 0500);
+    EXPECT_FALSE(drive().chmod(at("folder"), 0500));
     drive().setTimes(at("folder"), 1, 1);
     EXPECT_EQ(stat("folder").mode, before.mode);
     EXPECT_EQ(stat("folder").modified, before.modified);
@@ -182,8 +182,10 @@ TEST_F(WindowsDriveTest, FoldersKeepTheirModesAndTimesWithoutAWord) {
 TEST_F(WindowsDriveTest, TheOwnersPermissionToReadStays) {
     use();
     put("file", "");
-    drive().chmod(at("file"), 0200);
+    EXPECT_EQ(drive().chmod(at("file"), 0200), 0600U);
     EXPECT_EQ(stat("file").mode, 0100600U);
+    EXPECT_EQ(drive().chmod(at("file"), 07711), 07711U);
+    EXPECT_EQ(stat("file").mode, 0107711U);
 }
 
 TEST_F(WindowsDriveTest, EverythingBelongsToThisUser) {

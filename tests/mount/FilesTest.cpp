@@ -254,6 +254,18 @@ TEST_F(FilesTest, OpenFlagsDoWhatTheySay) {
     EXPECT_EQ(readFile(behind("file")), std::string(100'000, '\0') + "x");
 }
 
+TEST_F(FilesTest, AFileIsEmptiedWhileItsMakerHasItOpen) {
+    mountData();
+    write(at("first"), "");  // by which it is known what permissions files are given
+    const FileDescriptor log(::open(at("log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600));
+    EXPECT_EQ(put(log.get(), "text"), 4);
+    const FileDescriptor cut(::open(at("log").c_str(), O_WRONLY | O_TRUNC));
+    EXPECT_EQ(statOf(at("log")).st_size, 0);
+    EXPECT_EQ(put(log.get(), "more"), 4);
+    EXPECT_EQ(::fsync(log.get()), 0);
+    EXPECT_EQ(readFile(behind("log")), "more");
+}
+
 TEST_F(FilesTest, ACreationThatSomebodyElseWasFasterWithOpensTheFile) {
     mountData();
     ASSERT_EQ(::mkdir(at("folder").c_str(), 0755), 0);  // known to be empty
@@ -313,6 +325,43 @@ TEST_F(FilesTest, TimesThatCanBeSetAre) {
     EXPECT_EQ(statOf(behind("file")).st_atim.tv_sec, 1000);
 }
 
+TEST_F(FilesTest, TimesThatNanosecondsCannotSayBecomeTheFirstOrTheLastThatTheyCan) {
+    mountData();
+    m_files->keepTimes(true);
+    write(at("file"), "text");
+    constexpr time_t kYear = 365 * 24 * 3600;
+    for (const time_t years : {250, 530, 100'000}) {
+        const struct timespec late[2] = {{years * kYear, 999'999'999}, {years * kYear, 0}};
+        EXPECT_EQ(::utimensat(AT_FDCWD, at("file").c_str(), late, 0), 0);
+        EXPECT_GE(statOf(at("file")).st_mtim.tv_sec, 250 * kYear) << years;
+        const struct timespec early[2] = {{-years * kYear, 0}, {-years * kYear, 0}};
+        EXPECT_EQ(::utimensat(AT_FDCWD, at("file").c_str(), early, 0), 0);
+        EXPECT_LT(statOf(at("file")).st_mtim.tv_sec, -50 * kYear) << years;
+    }
+}
+
+// Lets the owner read, whatever is asked, and leaves folders as they are.
+class LenientFileSystem : public LocalFileSystem {
+public:
+    using LocalFileSystem::LocalFileSystem;
+
+    std::optional<std::uint32_t> chmod(std::string_view path, std::uint32_t mode) override {
+        if (stat(path).isDirectory()) return std::nullopt;
+        return LocalFileSystem::chmod(path, mode | 0400U);
+    }
+};
+
+TEST_F(FilesTest, PermissionsAreShownAsTheOtherSideHasTakenThem) {
+    m_machine.offer("Data", std::make_shared<LenientFileSystem>(m_data));
+    mount();
+    write(at("file"), "text");
+    EXPECT_EQ(::chmod(at("file").c_str(), 0), 0);
+    EXPECT_EQ(statOf(at("file")).st_mode & 07777U, 0400u);
+    ASSERT_EQ(::mkdir(at("folder").c_str(), 0755), 0);
+    EXPECT_EQ(::chmod(at("folder").c_str(), 0700), 0);
+    EXPECT_EQ(statOf(at("folder")).st_mode & 07777U, 0755u);
+}
+
 TEST_F(FilesTest, WhatTheMountCannotDoFailsAsOnOtherNetworkFileSystems) {
     mountData();
     write(at("file"), "text");
@@ -332,9 +381,10 @@ TEST_F(FilesTest, LinksNodesAndVolumesAreThere) {
     EXPECT_EQ(::symlink("file", at("soft").c_str()), 0);
     EXPECT_EQ(readFile(at("soft")), "text");
     EXPECT_EQ(std::filesystem::read_symlink(at("soft")), "file");
+    EXPECT_EQ(statOf(at("file")).st_nlink, 1u);
     EXPECT_EQ(::link(at("file").c_str(), at("hard").c_str()), 0);
-    EXPECT_EQ(statOf(at("hard")).st_ino, statOf(at("file")).st_ino);
     EXPECT_EQ(statOf(at("file")).st_nlink, 2u);
+    EXPECT_EQ(statOf(at("hard")).st_ino, statOf(at("file")).st_ino);
     EXPECT_EQ(::mkfifo(at("pipe").c_str(), 0600), 0);
     EXPECT_TRUE(S_ISFIFO(statOf(behind("pipe")).st_mode));
     struct statvfs here {

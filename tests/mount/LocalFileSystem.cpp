@@ -83,7 +83,9 @@ public:
 
     peer::Attributes stat() override { return m_owner.stat(path()); }
     void truncate(std::int64_t size) override { m_owner.truncate(path(), size); }
-    void chmod(std::uint32_t mode) override { m_owner.chmod(path(), mode); }
+    std::optional<std::uint32_t> chmod(std::uint32_t mode) override {
+        return m_owner.chmod(path(), mode);
+    }
     void setTimes(peer::Time accessed, peer::Time modified) override {
         m_owner.setTimes(path(), accessed, modified);
     }
@@ -244,9 +246,10 @@ void LocalFileSystem::truncate(std::string_view path, std::int64_t size) {
     checked(::truncate(local(path).c_str(), size), path);
 }
 
-void LocalFileSystem::chmod(std::string_view path, std::uint32_t mode) {
+std::optional<std::uint32_t> LocalFileSystem::chmod(std::string_view path, std::uint32_t mode) {
     ask("chmod");
     checked(::chmod(local(path).c_str(), mode), path);
+    return mode;
 }
 
 void LocalFileSystem::setTimes(std::string_view path, peer::Time accessed, peer::Time modified) {

@@ -41,7 +41,7 @@ public:
     void makeLink(const std::string& target, std::string_view path) override;
     std::string readLink(std::string_view path) override;
     void truncate(std::string_view path, std::int64_t size) override;
-    void chmod(std::string_view path, std::uint32_t mode) override;
+    std::optional<std::uint32_t> chmod(std::string_view path, std::uint32_t mode) override;
     void setTimes(std::string_view path, peer::Time accessed, peer::Time modified) override;
     bool keepsTimes() const override { return m_keepsTimes; }
 

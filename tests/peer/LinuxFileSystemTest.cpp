@@ -100,6 +100,9 @@ TEST_F(LinuxFileSystemTest, AnEmptyListingIsNotBelievedBeforeTheFolderIsSeen) {
     EXPECT_EQ(m_error, EACCES);
     against({answer(0), answer(0, LinuxSide::stat(0040755)), answer(0)}, list);
     EXPECT_EQ(m_error, EIO);
+    against({answer(0), answer(0, LinuxSide::stat(0040755)), answer(0)},
+            [this] { m_files->list(std::string(1000, 's'), [](const auto&) { FAIL(); }); });
+    EXPECT_EQ(m_error, ENAMETOOLONG);
 }
 
 TEST_F(LinuxFileSystemTest, AFolderOfNothingButItselfIsEmpty) {

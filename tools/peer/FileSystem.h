@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -76,7 +77,10 @@ public:
 
     virtual Attributes stat() = 0;
     virtual void truncate(std::int64_t size) = 0;
-    virtual void chmod(std::uint32_t mode) = 0;
+
+    // Gives the permissions that it has now; none: they are what they were.
+    virtual std::optional<std::uint32_t> chmod(std::uint32_t mode) = 0;
+
     virtual void setTimes(Time accessed, Time modified) = 0;
     virtual void flush() = 0;  // to the disk
 };
@@ -108,7 +112,7 @@ public:
     virtual void makeLink(const std::string& target, std::string_view path) = 0;  // symbolic
     virtual std::string readLink(std::string_view path) = 0;
     virtual void truncate(std::string_view path, std::int64_t size) = 0;
-    virtual void chmod(std::string_view path, std::uint32_t mode) = 0;
+    virtual std::optional<std::uint32_t> chmod(std::string_view path, std::uint32_t mode) = 0;
     virtual void setTimes(std::string_view path, Time accessed, Time modified) = 0;
 
     // Whether the operations that a drive may lack work here: ENOSYS is what they throw if not.

@@ -36,6 +36,12 @@ TEST_F(MountTest, TheMountStandsWhenTheProgramHasGoneToTheBackground) {
     EXPECT_FALSE(isMounted());
 }
 
+TEST_F(MountTest, AWordThatIsNoCommandIsToldToBeNeither) {
+    share();
+    expectFailure(fdmount({"frob"}),
+                  "frob: there is no such command, and no such folder; make it with: mkdir frob");
+}
+
 TEST_F(MountTest, AFailureInTheBackgroundIsToldInFront) {
     expectFailure(fdmount({m_point}), m_endpoint + ": cannot connect: No such file or directory");
     EXPECT_FALSE(isMounted());

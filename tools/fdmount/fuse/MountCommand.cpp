@@ -42,8 +42,7 @@ int serve(const Options& options, const MountOptions& mountOptions, const std::s
     client.allDrives();
     LiveMount mount(client.machine(), mountOptions, mountPoint);
     onStopSignal([&] { mount.stop(); });
-    background.reportSuccess();
-    const End end = mount.run();
+    const End end = mount.run([&] { background.reportSuccess(); });
     onStopSignal({});
     const int exitCode = reportEnd(end, client.machine(), mountPoint);
     endIfBusy(mount, exitCode);

@@ -32,9 +32,10 @@ LiveMount::~LiveMount() {
     m_machine.listen({});
 }
 
-LiveMount::End LiveMount::run() {
+LiveMount::End LiveMount::run(const std::function<void()>& started) {
     m_session.start([this] { tell(&News::ended); });
     raiseReadAhead(m_mountPoint);
+    if (started) started();
     tell(&News::drives);  // what came before the listener was there
     while (true) {
         const News news = waitForNews();

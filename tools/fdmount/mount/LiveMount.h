@@ -3,6 +3,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -26,8 +27,9 @@ public:
     LiveMount(const LiveMount&) = delete;
     LiveMount& operator=(const LiveMount&) = delete;
 
-    // Answers calls until the end. The mount is off then. Once.
-    End run();
+    // Answers calls until the end. The mount is off then. Once. Calls `started` when it answers and
+    // looks at the mount no more, which it may be taken off from then on.
+    End run(const std::function<void()>& started = {});
 
     // From any thread, also before run().
     void stop();

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <limits>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -36,6 +37,10 @@ peer::Time timeOf(const struct timespec& time, peer::Time unchanged) {
     if (time.tv_nsec == UTIME_OMIT) return unchanged;
     struct timespec given = time;
     if (time.tv_nsec == UTIME_NOW) ::clock_gettime(CLOCK_REALTIME, &given);
+    // What nanoseconds cannot say becomes the first or the last time that they can.
+    constexpr std::int64_t kLimit = std::numeric_limits<peer::Time>::max() / kSecond - 1;
+    if (given.tv_sec < -kLimit) return -kLimit * kSecond;
+    if (given.tv_sec > kLimit) return kLimit * kSecond;
     return given.tv_sec * kSecond + given.tv_nsec;
 }
 

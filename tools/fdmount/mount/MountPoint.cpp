@@ -41,7 +41,9 @@ std::string typed(const std::string& path) {
                          kHelper + " -u " + typed(path));
     }
     if (error == ENOENT) {
-        throw MountError(path + ": there is no such folder; make it with: mkdir " + typed(path));
+        const bool isWord = path.find('/') == std::string::npos;
+        throw MountError(path + ": there is no such " + (isWord ? "command, and no such " : "") +
+                         "folder; make it with: mkdir " + typed(path));
     }
     throw MountError(path + ": " + textOf(error));
 }

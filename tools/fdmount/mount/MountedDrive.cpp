@@ -136,12 +136,10 @@ void MountedDrive::rename(const std::string& from, const std::string& to) {
 
 void MountedDrive::chmod(const std::string& path, std::uint32_t mode) {
     m_openFiles.settle(path);  // what is on its way may need the permissions of before
-    if (const auto late = m_openFiles.takeLate(path)) {
-        late->chmod(mode);  // which takes the place of the mode that it was to be given at its end
-    } else {
-        m_files->chmod(path, mode);
-    }
-    m_knowledge.gaveMode(path, mode);
+    // A mode that a file was to be given at its end gives way to this one.
+    const auto late = m_openFiles.takeLate(path);
+    const auto kept = late ? late->chmod(mode) : m_files->chmod(path, mode);
+    if (kept) m_knowledge.gaveMode(path, *kept);
 }
 
 void MountedDrive::setTimes(const std::string& path, peer::Time accessed, peer::Time modified) {
@@ -163,7 +161,7 @@ void MountedDrive::truncate(const std::string& path, std::int64_t size, OpenFile
 OpenFile* MountedDrive::open(const std::string& path, int flags) {
     m_openFiles.settle(path);
     auto file = m_files->open(path, forDrive(flags));
-    if ((flags & O_TRUNC) != 0) m_knowledge.changed(path);
+    if ((flags & O_TRUNC) != 0) m_knowledge.resized(path, 0);
     return m_openFiles.add(path, std::move(file));
 }
 

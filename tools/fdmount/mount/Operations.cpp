@@ -110,7 +110,10 @@ int symlink(const char* target, const char* path) {
 }
 
 int link(const char* from, const char* to) {
-    return done(from, [&](Mount& m) { m.link(from, to); });
+    const int failed = done(from, [&](Mount& m) { m.link(from, to); });
+    // The kernel has to ask anew how many names the file has: who makes a lock by a link looks.
+    if (failed == 0) ::fuse_invalidate_path(::fuse_get_context()->fuse, from);
+    return failed;
 }
 
 int unlink(const char* path) {

@@ -57,10 +57,11 @@ void LinuxFile::truncate(std::int64_t size) {
     parseDone(ask([=](std::string_view path) { return numberRequest(kTruncate, path, size); }));
 }
 
-void LinuxFile::chmod(std::uint32_t mode) {
+std::optional<std::uint32_t> LinuxFile::chmod(std::uint32_t mode) {
     const std::lock_guard lock(m_modeMutex);
     parseDone(ask([=](std::string_view path) { return numberRequest(kChmod, path, mode); }));
     m_finalMode.reset();
+    return mode;
 }
 
 void LinuxFile::setTimes(Time /*accessed*/, Time /*modified*/) {

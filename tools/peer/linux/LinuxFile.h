@@ -23,7 +23,7 @@ public:
     Writing write(std::uint64_t offset, View data) override;
     Attributes stat() override;
     void truncate(std::int64_t size) override;
-    void chmod(std::uint32_t mode) override;
+    std::optional<std::uint32_t> chmod(std::uint32_t mode) override;
     void setTimes(Time accessed, Time modified) override;
     void flush() override;
 

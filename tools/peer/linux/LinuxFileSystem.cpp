@@ -18,6 +18,10 @@ constexpr std::size_t kFirstBlock = std::size_t{64} << 10;
 constexpr std::size_t kBlockGrowth = 64;  // each try lists the folder from its start again
 constexpr std::size_t kLargestBlock = kMaxMessage - kPayloadAt - kBlockOverrun;
 constexpr std::size_t kLongestTarget = 8192;
+// Bytes of an entry's path: the other side lists no folder that has a longer one, and its own name
+// for the drive, which counts too, is not told.
+constexpr std::size_t kLongestListed = 1024;
+constexpr std::size_t kUsualName = 255;    // the longest that file systems take
 constexpr const char* kRootFolder = "/.";  // of the drive that is the whole file tree
 constexpr std::uint32_t kRegular = 0100000;
 constexpr std::uint32_t kOwnerMayWrite = 0200;
@@ -89,6 +93,9 @@ void LinuxFileSystem::checkFolder(std::string_view path, bool hasBlock) {
     if (!stat(path).isDirectory()) throw localError(ENOTDIR);
     if (hasBlock) return;
     doIt(numberRequest(kAccess, path, kMayRead));
+    if (path.size() + kUsualName >= kLongestListed) {
+        throw RemoteError(ENAMETOOLONG, "the folder's path is too long for it to be listed");
+    }
     throw RemoteError(EIO, "the folder cannot be listed");
 }
 
@@ -152,8 +159,9 @@ void LinuxFileSystem::truncate(std::string_view path, std::int64_t size) {
     doIt(numberRequest(kTruncate, path, size));
 }
 
-void LinuxFileSystem::chmod(std::string_view path, std::uint32_t mode) {
+std::optional<std::uint32_t> LinuxFileSystem::chmod(std::string_view path, std::uint32_t mode) {
     doIt(numberRequest(kChmod, path, mode & kPermissions));
+    return mode & kPermissions;
 }
 
 void LinuxFileSystem::setTimes(std::string_view /*path*/, Time /*accessed*/, Time /*modified*/) {

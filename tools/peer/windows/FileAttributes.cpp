@@ -61,13 +61,14 @@ Attributes attributesOf(const ObjectInfo& info, std::string_view path) {
     return attributes;
 }
 
-void setMode(const RemoteHandle& file, std::uint32_t mode) {
+std::uint32_t setMode(const RemoteHandle& file, std::uint32_t mode) {
     ObjectInfo wanted;
     wanted.mode = kModeRegular | (mode & 07777U);
     const ObjectInfo now = file.session().setInfo(file.map(), file.value(), wanted);
     if ((now.mode & kPermissions) != ((mode | kOwnerRead) & kPermissions)) {
         throw RemoteError(EPERM, "the permissions were not changed");
     }
+    return now.mode & 07777U;
 }
 
 void setTimes(const RemoteHandle& file, Time accessed, Time modified) {

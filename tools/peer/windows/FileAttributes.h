@@ -13,8 +13,8 @@ namespace peer::windows {
 Attributes attributesOf(const ObjectInfo& info, std::string_view path);
 
 // Both throw EPERM if the answer shows that nothing was set. The other side keeps the owner's
-// permission to read, and times in microseconds.
-void setMode(const RemoteHandle& file, std::uint32_t mode);
+// permission to read, and times in microseconds. setMode() gives the permissions that the file has.
+std::uint32_t setMode(const RemoteHandle& file, std::uint32_t mode);
 void setTimes(const RemoteHandle& file, Time accessed, Time modified);
 
 // Throws EPERM if the policy forbids it, EFBIG if the policy allows no such size.

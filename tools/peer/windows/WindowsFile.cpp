@@ -57,8 +57,8 @@ void WindowsFile::truncate(std::int64_t size) {
     checked([&] { setSize(m_handle, size); });
 }
 
-void WindowsFile::chmod(std::uint32_t mode) {
-    checked([&] { setMode(m_handle, mode); });
+std::optional<std::uint32_t> WindowsFile::chmod(std::uint32_t mode) {
+    return checked([&] { return setMode(m_handle, mode); });
 }
 
 void WindowsFile::setTimes(Time accessed, Time modified) {

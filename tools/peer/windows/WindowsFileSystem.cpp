@@ -370,10 +370,11 @@ bool WindowsFileSystem::isChangeable(std::string_view path) {
     return true;
 }
 
-void WindowsFileSystem::chmod(std::string_view path, std::uint32_t mode) {
+std::optional<std::uint32_t> WindowsFileSystem::chmod(std::string_view path, std::uint32_t mode) {
     requireWritable();
-    checked([&] {
-        if (isChangeable(path)) setMode(openedForChange(path), mode);
+    return checked([&]() -> std::optional<std::uint32_t> {
+        if (!isChangeable(path)) return std::nullopt;
+        return setMode(openedForChange(path), mode);
     });
 }
 
