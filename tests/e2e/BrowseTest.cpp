@@ -186,6 +186,63 @@ TEST_P(BrowseTest, ASymbolicLinkIsShownAsTheDialectKnowsIt) {
               "fdmount: " + at("folder") + ": is a directory\n");
 }
 
+TEST_P(BrowseTest, ALinkToAnEmptyFolderIsAnEmptyFolder) {
+    m_folder.folder("Data/sub");
+    ::symlink("sub", m_folder.str("Data/folder").c_str());
+    share();
+    const Outcome outcome = fdmount({"ls", at("folder")});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_EQ(outcome.out + outcome.err, "");
+}
+
+TEST_P(BrowseTest, SlashesAndDotsThatLeadNowhereAreNoNames) {
+    m_folder.folder("Data/sub");
+    m_folder.file("Data/sub/one", "12345");
+    share();
+    EXPECT_EQ(fdmount({"get", at("/sub//./one"), "-"}).out, "12345");
+    EXPECT_EQ(fdmount({"ls", at("./sub/.")}).out, "one\n");
+    EXPECT_EQ(fdmount({"ls", at("//.")}).out, "sub\n");
+}
+
+TEST_P(BrowseTest, StatKeepsGoing) {
+    m_folder.file("Data/one", "12345");
+    share();
+    const Outcome outcome = fdmount({"stat", at("none"), at("one")});
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.err, "fdmount: " + at("none") + ": " + m_dialect.noFile + "\n");
+    EXPECT_THAT(outcome.out, HasSubstr("Size:       5\n"));
+}
+
+TEST_P(BrowseTest, AClosedStandardOutputIsAFailureAndNotTheChannel) {
+    m_folder.file("Data/one", "12345");
+    share();
+    const auto closed = [this](const std::string& streams, std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"/bin/sh", "-c", "exec \"$@\" " + streams, "sh",
+                                             FDMOUNT, "--dialect", m_dialect.name, m_endpoint});
+        return run(arguments, {});
+    };
+    expectFailure(closed(">&-", {"get", at("one"), "-"}), "standard output: Bad file descriptor");
+    expectFailure(closed(">&-", {"ls", m_drive}), "standard output cannot be written");
+    expectFailure(closed("<&-", {"put", "-", at("two")}), "standard input: Bad file descriptor");
+    EXPECT_EQ(closed("<&- 2>&-", {"--trace", "get", at("one"), "-"}).out, "12345");
+    EXPECT_THAT(namesIn(m_share), ::testing::ElementsAre("one"));
+}
+
+TEST_P(BrowseTest, AnOptionThatHasNoMeaningHereIsNamed) {
+    const auto errorOf = [](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), FDMOUNT);
+        const Outcome outcome = run(arguments, {});
+        EXPECT_EQ(outcome.exitCode, 2);
+        return outcome.err;
+    };
+    EXPECT_EQ(errorOf({"--dialect", "latin", "unix:/x", "drives"}),
+              "fdmount: --dialect: latin is neither linux nor windows (see fdmount --help)\n");
+    EXPECT_EQ(errorOf({"-o", "ro", "unix:/x", "drives"}),
+              "fdmount: -o: is an option of a mount, not of a command (see fdmount --help)\n");
+    EXPECT_EQ(errorOf({"unix:/x", "drives", "-f"}),
+              "fdmount: -f: is an option of a mount, not of a command (see fdmount --help)\n");
+}
+
 TEST_P(BrowseTest, WrongUsageHasItsExitCode) {
     EXPECT_EQ(run({FDMOUNT}, {}).exitCode, 2);
     EXPECT_EQ(run({FDMOUNT, "http://x", "drives"}, {}).exitCode, 2);

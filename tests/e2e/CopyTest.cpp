@@ -210,6 +210,20 @@ TEST_P(CopyTest, PutTakesStandardInput) {
     EXPECT_EQ(readFile(m_share + "/one"), "from afar");
 }
 
+TEST_P(CopyTest, PutMakesNoNameForStandardInputAndNoFileForAFolder) {
+    m_folder.file("here/one", "1");
+    m_folder.file("Data/file");
+    share();
+    expectFailure(fdmount({"put", "-", m_drive}),
+                  m_drive + ": is a directory, and standard input has no name to keep");
+    for (const std::string name : {"none/", "file/"}) {
+        expectFailure(fdmount({"put", m_here + "/one", at(name)}),
+                      at(name) + ": is not a directory");
+    }
+    EXPECT_THAT(namesIn(m_share), ElementsAre("file"));
+    EXPECT_EQ(readFile(m_share + "/file"), "");
+}
+
 TEST_P(CopyTest, PutOnAReadOnlyShareIsRefused) {
     m_folder.file("here/one", "new");
     m_folder.file("Data/one", "old");

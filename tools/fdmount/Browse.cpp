@@ -17,6 +17,8 @@ using peer::Volume;
 
 namespace {
 
+constexpr const char* kBehindLink = "/.";  // makes the other side follow it
+
 void print(const std::string& text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
         throw CommandError("standard output cannot be written");
@@ -134,22 +136,31 @@ Sizes sizesOf(const Offer& drive) {
     }
 }
 
-bool removeOne(Client& client, const std::string& name) {
-    try {
-        const RemotePath object = client.resolve(name);
-        if (object.path.empty()) throw CommandError(name + ": is a drive");
-        const bool isFolder = statOf(object).isDirectory();
-        if (isFolder && !client.options().removeFolders) {
-            throw CommandError(name + ": is a directory");
-        }
-        about(name, [&] {
-            isFolder ? object.files->removeFolder(object.path) : object.files->remove(object.path);
-        });
-        return true;
-    } catch (const CommandError& error) {
-        warn(error.what());
-        return false;
+void removeOne(Client& client, const std::string& name) {
+    const RemotePath object = client.resolve(name);
+    if (object.path.empty()) throw CommandError(name + ": is a drive");
+    const bool isFolder = statOf(object).isDirectory();
+    if (isFolder && !client.options().removeFolders) {
+        throw CommandError(name + ": is a directory");
     }
+    about(name, [&] {
+        isFolder ? object.files->removeFolder(object.path) : object.files->remove(object.path);
+    });
+}
+
+// What cannot be done with one path is told, and the others have their turn.
+template <typename Work>
+int forEachPath(Client& client, Work work) {
+    int exitCode = 0;
+    for (const std::string& name : client.options().paths) {
+        try {
+            work(name);
+        } catch (const CommandError& error) {
+            warn(error.what());
+            exitCode = kExitFailure;
+        }
+    }
+    return exitCode;
 }
 
 }  // namespace
@@ -158,7 +169,7 @@ bool removeOne(Client& client, const std::string& name) {
 bool leadsToFolder(const RemotePath& object, const Attributes& attributes) {
     if (!attributes.isLink()) return attributes.isDirectory();
     try {
-        return object.files->stat(object.path + "/.").isDirectory();
+        return object.files->stat(object.path + kBehindLink).isDirectory();
     } catch (const peer::RemoteError&) {
         return false;
     }
@@ -187,33 +198,29 @@ int listFolder(Client& client) {
         for (const Offer& drive : client.allDrives()) print(nameText(drive.name) + "\n");
         return 0;
     }
-    const RemotePath object = client.resolve(client.options().paths.front());
+    RemotePath object = client.resolve(client.options().paths.front());
     if (!object.path.empty()) {
         const Attributes info = statOf(object);
         if (!leadsToFolder(object, info)) {
             printEntries(client, {{object.shown, info}});
             return 0;
         }
+        if (info.isLink()) object.path += kBehindLink;
     }
     printEntries(client, about(object.shown, [&] { return entriesOf(client, object); }));
     return 0;
 }
 
 int showObject(Client& client) {
-    for (const std::string& name : client.options().paths) {
+    return forEachPath(client, [&](const std::string& name) {
         const RemotePath object = client.resolve(name);
         printObject(client, object);
         if (object.path.empty()) about(name, [&] { printVolume(object); });
-    }
-    return 0;
+    });
 }
 
 int removeObjects(Client& client) {
-    bool allGone = true;
-    for (const std::string& name : client.options().paths) {
-        if (!removeOne(client, name)) allGone = false;
-    }
-    return allGone ? 0 : kExitFailure;
+    return forEachPath(client, [&](const std::string& name) { removeOne(client, name); });
 }
 
 }  // namespace fdmount

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "fdmount/DriveNames.h"
 #include "fdmount/Signals.h"
@@ -24,6 +25,20 @@ const Offer* find(const std::vector<Offer>& drives, const std::string& name) {
     const auto drive =
         std::find_if(drives.begin(), drives.end(), [&](const Offer& d) { return d.name == name; });
     return drive == drives.end() ? nullptr : &*drive;
+}
+
+// Without the slashes and dots that lead nowhere, which not every drive would see through.
+std::string plain(std::string_view path) {
+    std::string names;
+    while (!path.empty()) {
+        const std::size_t slash = path.find('/');
+        const std::string_view name = path.substr(0, slash);
+        path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
+        if (name.empty() || name == ".") continue;
+        if (!names.empty()) names.push_back('/');
+        names += name;
+    }
+    return names;
 }
 
 std::string namesOf(const std::vector<Offer>& drives) {
@@ -81,10 +96,7 @@ RemotePath Client::resolve(const std::string& name) {
         throw CommandError(peer::quoted(driveName) + ": no such drive; " +
                            (drives.empty() ? "none is offered" : "offered: " + namesOf(drives)));
     }
-    RemotePath path{name, drive->files, {}};
-    if (slash != std::string::npos) path.path = name.substr(slash + 1);
-    while (path.path.ends_with('/')) path.path.pop_back();
-    return path;
+    return {name, drive->files, slash == std::string::npos ? "" : plain(name.substr(slash + 1))};
 }
 
 }  // namespace fdmount

@@ -95,6 +95,7 @@ void Target::fail(int error) const {
 Source::Source(const std::string& name) : m_name(name) {
     if (name == kStandardStream) {
         m_name = "standard input";
+        m_isStream = true;
         m_file.reset(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
         if (!m_file) throw CommandError(m_name + ": " + textOf(errno));
         return;
@@ -129,7 +130,7 @@ peer::Bytes Source::read(std::size_t count) {
 }
 
 std::string Source::fileName() const {
-    return m_name.substr(folderOf(m_name).size());
+    return m_isStream ? "" : m_name.substr(folderOf(m_name).size());
 }
 
 }  // namespace fdmount

@@ -42,12 +42,13 @@ public:
 
     std::int64_t size() const { return m_size; }  // -1: not known
     std::uint32_t permissions() const { return m_permissions; }
-    std::string fileName() const;
+    std::string fileName() const;  // empty for standard input
 
 private:
     std::string m_name;
     peer::FileDescriptor m_file;
     std::int64_t m_size = -1;
+    bool m_isStream = false;
     std::uint32_t m_permissions = 0666;
 };
 

@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <limits>
-#include <map>
 
 #include "peer/Endpoint.h"
 
@@ -79,10 +78,14 @@ void addPolicyOptions(CLI::App& app, Lists& lists) {
 }
 
 void addDialectOption(CLI::App& app, Options& options) {
-    static const std::map<std::string, peer::Dialect> kDialects = {
-        {"linux", peer::Dialect::kLinux}, {"windows", peer::Dialect::kWindows}};
-    app.add_option("--dialect", options.dialect, "Which desktop to be: linux (default) or windows")
-        ->transform(CLI::Transformer(kDialects));
+    const auto choose = [&options](const std::string& name) {
+        if (name != "linux" && name != "windows") {
+            throw CLI::ValidationError("--dialect", name + " is neither linux nor windows");
+        }
+        options.dialect = name == "linux" ? peer::Dialect::kLinux : peer::Dialect::kWindows;
+    };
+    app.add_option_function<std::string>("--dialect", choose,
+                                         "Which desktop to be: linux (default) or windows");
 }
 
 CLI::App* addCommand(CLI::App& app, Options& options, Command command, const char* name,
@@ -134,6 +137,10 @@ void checkWhatToDo(const CLI::App& app, Options& options) {
     const bool mounts = !options.mountPoint.empty();
     if (!app.get_subcommands().empty()) {
         if (mounts) throw CLI::ExtrasError({options.mountPoint});
+        for (const char* option : {"-f", "-o"}) {
+            if (app.count(option) == 0) continue;
+            throw CLI::ValidationError(option, "is an option of a mount, not of a command");
+        }
         return;
     }
     if (!mounts) throw CLI::RequiredError("A MOUNTPOINT or a command");

@@ -145,11 +145,17 @@ int putFile(Client& client) {
     about(target.shown, [&] {
         std::optional<Attributes> replaced = existing(target);
         if (replaced && leadsToFolder(target, *replaced)) {
+            if (source.fileName().empty()) {
+                throw CommandError(target.shown +
+                                   ": is a directory, and standard input has no name to keep");
+            }
             target.path += (target.path.empty() ? "" : "/") + source.fileName();
             replaced = existing(target);
             if (replaced && replaced->isDirectory()) {
                 throw CommandError(target.shown + ": is a directory");
             }
+        } else if (target.shown.ends_with('/')) {
+            throw CommandError(target.shown + ": is not a directory");
         }
         if (replaced && replaced->isLink()) replaced.reset();  // which gives its place away
         if (replaced && !replaced->isRegular()) {
