@@ -121,8 +121,12 @@ int zrfsOpenFile(const char* path, _SHFLCREATEPARMS* parms, HandleManage* handle
 
     int fd = -1;
     const int rcOpen = RTFileOpen(&fd, path, fOpen);
-    return rcOpen == VINF_SUCCESS ? finishOpened(fd, path, parms, handles)
-                                  : finishFailed(rcOpen, path, parms);
+    if (rcOpen != VINF_SUCCESS) return finishFailed(rcOpen, path, parms);
+
+    const int rc = finishOpened(fd, path, parms, handles);
+    // Without memory for a record no request reaches the file, not even one that closes it.
+    if (handles->GetHandleData(fd) == nullptr) close(fd);
+    return rc;
 }
 
 void zrsfCloseFile(_ZRSFHANDLE* handle) {
