@@ -137,6 +137,7 @@ TEST_F(FSqueryInfoTest, EveryVolumeLooksLocalCaselessAndWritable) {
     const char* volume = reply.data() + kDataAt;
     const auto unit = static_cast<std::uint64_t>(local.f_bsize);
     EXPECT_EQ(loadLe<std::uint64_t>(volume), unit * local.f_blocks);
+    EXPECT_GT(loadLe<std::uint64_t>(volume + 8), 0U);
     EXPECT_LE(loadLe<std::uint64_t>(volume + 8), unit * local.f_bfree);
     EXPECT_EQ(loadLe<std::uint32_t>(volume + 16), unit);
     EXPECT_EQ(loadLe<std::uint32_t>(volume + 20), unit);
