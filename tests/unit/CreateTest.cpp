@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -10,7 +11,9 @@
 #include "linux/comm/Opreator/DirOperate.h"
 #include "linux/comm/Opreator/FileOperate.h"
 #include "support/AsOrdinaryUser.h"
+#include "support/DeniedCall.h"
 #include "support/HandlerFixture.h"
+#include "support/InChild.h"
 #include "support/MountNamespace.h"
 #include "support/PrivateRoot.h"
 #include "support/SyscallFault.h"
@@ -223,6 +226,21 @@ TEST_F(CreateTest, TellsWhatStandsInTheWay) {
                               ", createFlags: 0x1010, fMode: 0x81c9"));
 }
 
+TEST_F(CreateTest, LeavesTheInformationAsItCameWhereALinkWithoutATargetStandsInTheWay) {
+    std::filesystem::create_symlink("nowhere", m_dir.str("link"));
+    _SHFLCREATEPARMS parms{};
+    parms.CreateFlags = kFailOrCreate | SHFL_CF_ACCESS_READ;
+    parms.Info.cbObject = 1234;
+    parms.Info.Attr.fMode = 0x00010000;
+    const _SHFLCREATEPARMS reply = create("\\link", parms);
+    EXPECT_EQ(m_status, 0);
+    EXPECT_EQ(reply.Result, SHFL_FILE_EXISTS);
+    EXPECT_EQ(reply.Info.cbObject, 1234);
+    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_WARNING,
+                          "file is exist. VERR_ALREADY_EXISTS!!!   path: " + m_dir.str("link") +
+                              ", createFlags: 0x1010, fMode: 0x10000"));
+}
+
 TEST_F(CreateTest, AnswersTooManyOpenFiles) {
     m_dir.file("f");
     _SHFLCREATEPARMS reply{};
@@ -326,6 +344,21 @@ TEST_F(CreateTest, OpensATargetFolderAndNeverCreates) {
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_WARNING, "create directory overwrite flag: 0x1016"));
 }
 
+TEST_F(CreateTest, KeepsAllButTheActionsOfATargetFoldersFlags) {
+    m_dir.folder("d");
+    const _SHFLCREATEPARMS reply = create("\\d", 0xFFEFFFFF);  // without the close again
+    EXPECT_TRUE(isOpen(reply));
+    EXPECT_EQ(reply.CreateFlags, 0xFFEFF10FU);
+    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_WARNING, "create directory overwrite flag: 0xffefffff"));
+}
+
+TEST_F(CreateTest, OpensATargetFolderOnAReadOnlyMapWhateverTheActionsWere) {
+    m_map.m_bWritable = 0;
+    m_dir.folder("d");
+    EXPECT_TRUE(isOpen(create("\\d", kOpenOrCreate | SHFL_CF_OPEN_TARGET_DIRECTORY)));
+    EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_WARNING, "create access denied!!!"));
+}
+
 TEST_F(CreateTest, AnswersPathNotFoundForATargetFolderThatIsAFile) {
     m_dir.file("f");
     const _SHFLCREATEPARMS reply =
@@ -347,11 +380,14 @@ TEST_F(CreateTest, IgnoresTheTargetFolderFlagForAMissingObject) {
 TEST_F(CreateTest, MakesAFolderWithAllPermissionsLessTheUmask) {
     const mode_t mask = umask(027);
     const _SHFLCREATEPARMS reply = create("\\d", kFailOrCreate | SHFL_CF_DIRECTORY);
+    umask(0);
+    const _SHFLCREATEPARMS open = create("\\e", kFailOrCreate | SHFL_CF_DIRECTORY);
     umask(mask);
     EXPECT_EQ(m_status, 0);
     EXPECT_EQ(reply.Result, SHFL_FILE_CREATED);
     EXPECT_TRUE(isOpen(reply));
     EXPECT_EQ(reply.Info.Attr.fMode & kUnixMode, 0x41E8U);  // 0750
+    EXPECT_EQ(open.Info.Attr.fMode & kUnixMode, 0x41FFU);   // 0777
 }
 
 TEST_F(CreateTest, AnswersAFolderThatCannotBeMade) {
@@ -368,6 +404,27 @@ TEST_F(CreateTest, SaysNothingOfAFolderThatCannotBeMadeForAnotherReason) {
     EXPECT_EQ(m_status, -102);
     EXPECT_EQ(reply.Result, SHFL_NO_RESULT);
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_WARNING, "RTDirCreate error.  errno: 2, rc: -102"));
+}
+
+TEST_F(CreateTest, SaysNothingOfAFolderThatMayNotBeMade) {
+    chmod(m_dir.str().c_str(), 0755);
+    const AsOrdinaryUser user;
+    const _SHFLCREATEPARMS reply = create("\\d", kFailOrCreate | SHFL_CF_DIRECTORY);
+    EXPECT_EQ(m_status, -38);
+    EXPECT_EQ(reply.Result, SHFL_NO_RESULT);
+    EXPECT_EQ(reply.Handle, SHFL_HANDLE_NIL);
+}
+
+TEST_F(CreateTest, OpensAFolderThatCouldNotBeMadeButIsThere) {
+    m_dir.folder("d");
+    _SHFLCREATEPARMS reply{};
+    const bool ran = runWithFaults({{SyscallFault::Call::Mkdir, EROFS}}, [&] {
+        reply = create("\\d", kOpenOrCreate | SHFL_CF_DIRECTORY);
+    });
+    if (!ran) GTEST_SKIP() << kNoFaults;
+    EXPECT_EQ(m_status, 0);
+    EXPECT_EQ(reply.Result, SHFL_NO_RESULT);  // what the making left
+    EXPECT_TRUE(isOpen(reply));
 }
 
 TEST_F(CreateTest, TriesToOpenAFolderThatCouldNotBeMade) {
@@ -392,6 +449,21 @@ TEST_F(CreateTest, AnswersAFolderThatMayNotBeRead) {
     EXPECT_EQ(m_status, -38);
     EXPECT_EQ(reply.Result, SHFL_FILE_EXISTS);
     EXPECT_EQ(reply.Handle, SHFL_HANDLE_NIL);
+}
+
+TEST_F(CreateTest, KeepsAFolderOpenWhoseInformationCannotBeRead) {
+    m_dir.folder("d");
+    inChild([&] {
+        denyCalls({SYS_statx, SYS_newfstatat}, EIO);
+        _SHFLCREATEPARMS parms{};
+        parms.CreateFlags = kOpenOrFail | SHFL_CF_DIRECTORY;
+        parms.Info.cbObject = 1234;
+        const _SHFLCREATEPARMS reply = create("\\d", parms);
+        EXPECT_EQ(m_status, -250);
+        EXPECT_EQ(reply.Result, SHFL_FILE_EXISTS);
+        EXPECT_TRUE(isOpen(reply));
+        EXPECT_EQ(reply.Info.cbObject, 1234);  // as it came
+    });
 }
 
 TEST_F(CreateTest, KeepsTheDescriptorOfAFolderWhoseValueTheTableKnows) {
@@ -433,11 +505,16 @@ TEST_F(CreateTest, OpensTheLongestNames) {
 }
 
 TEST_F(CreateTest, AnswersANameThatIsTooLong) {
-    const _SHFLCREATEPARMS reply =
-        create("\\" + std::string(256, 'x'), kOpenOrCreate | SHFL_CF_ACCESS_READWRITE);
+    const std::string name(256, 'x');
+    const _SHFLCREATEPARMS reply = create("\\" + name, kOpenOrFail | SHFL_CF_ACCESS_READ);
     EXPECT_EQ(m_status, -120);
     EXPECT_EQ(reply.Result, SHFL_NO_RESULT);
     EXPECT_EQ(reply.Handle, SHFL_HANDLE_NIL);
+    EXPECT_EQ(
+        m_log.lines(),  // those of the query, and none of the open
+        (std::vector<LogLine>{
+            {ZLOG_LEVEL_WARNING, "access errno: " + std::to_string(ENAMETOOLONG) + ",  rc: -120"},
+            {ZLOG_LEVEL_WARNING, "pLinuxPath: " + m_dir.str(name)}}));
 }
 
 TEST_F(CreateTest, KeepsTheLetterCaseOfTheRequest) {
@@ -573,6 +650,13 @@ TEST_F(RootFilterTest, AnswersAccessDeniedForAHiddenObjectThatMayBeChanged) {
     EXPECT_FALSE(std::filesystem::exists(m_dir.str("hidden")));
 }
 
+TEST_F(RootFilterTest, LooksAtTheActionsOfTheRequestAndNotAtTheHiddenObject) {
+    m_dir.folder("hidden");
+    const std::uint32_t flags = kOpenOrCreate | SHFL_CF_OPEN_TARGET_DIRECTORY;
+    EXPECT_EQ(create(wirePath("hidden"), flags).CreateFlags, flags);
+    EXPECT_EQ(m_status, -38);
+}
+
 // Runs with the map of a printer port, in a root of its own with that device.
 void withDevice(const std::string& device, const std::function<void()>& body) {
     inMountNamespace([&](const std::string& folder) {
@@ -694,6 +778,16 @@ TEST_F(CloseTest, LogsADescriptorThatIsClosedAlready) {
     close(static_cast<int>(folder));
     closeHandle(folder);
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "pzrsfHandle->dir.Handle close Failure. errno: 9"));
+}
+
+TEST_F(CloseTest, ClosesWhateverIsNoFileAsAFolder) {
+    const std::int64_t handle = openFile("f");
+    record(handle)->type = static_cast<HANDLE_TYPE>(7);
+    close(static_cast<int>(handle));
+    closeHandle(handle);
+    EXPECT_EQ(m_log.lines(),
+              (std::vector<LogLine>{
+                  {ZLOG_LEVEL_ERROR, "pzrsfHandle->dir.Handle close Failure. errno: 9"}}));
 }
 
 TEST_F(CloseTest, ClosesNothingForAFolderWithoutADescriptor) {

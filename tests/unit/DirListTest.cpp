@@ -141,6 +141,19 @@ TEST_F(DirListTest, StaysBelow64KiBWhateverTheLimit) {
     }
 }
 
+TEST_F(DirListTest, StopsAtTheFirstEntryBehindWhichTheLongestWouldNotFit) {
+    for (int i = 0; i < 1000; ++i) m_dir.file("zfd-" + std::to_string(i));
+    for (const int limit : {65535, 65536, kLarge}) {
+        const Entries entries = list(openFolder(), "\\*", limit);
+        ASSERT_FALSE(entries.empty());
+        const int used = static_cast<int>(cbBufferOf(m_reply));
+        const int last = 128 + static_cast<int>(entries.back().name.size());
+        const int bound = std::min(limit, 65536) - 646;
+        EXPECT_GE(used, bound) << limit;
+        EXPECT_LT(used - last, bound) << limit;
+    }
+}
+
 TEST_F(DirListTest, GivesNoEntryForALimitOf646OrLess) {
     m_dir.file("zfd-f");
     for (const int limit : {646, 0, -1, INT_MIN}) {
@@ -192,6 +205,35 @@ TEST_F(DirListTest, ReadsOnInItsStreamWithTheNameOfTheCurrentRequest) {
     EXPECT_EQ(entries.size(), 2U);  // "." and ".." are in both, "one" is not
     EXPECT_EQ(find(entries, "one"), nullptr);
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "rc: -102"));
+}
+
+TEST_F(DirListTest, ANewStreamBeginsANewListing) {
+    _ZRSFHANDLE handle{};
+    handle.dir.SearchEnd = 1;
+    handle.dir.SearchCount = 5;
+    const std::string path = m_dir.str() + "/";
+    int size = 646;  // room for no entry
+    char buffer[64] = {};
+    EXPECT_EQ(zrsfDirList(path.c_str(), static_cast<int>(path.size()) + 1, &size, buffer, &handle,
+                          0, &m_map),
+              0);
+    EXPECT_EQ(handle.dir.SearchEnd, 0);
+    EXPECT_EQ(handle.dir.SearchCount, 0);
+    closedir(handle.dir.SearchHandle);
+}
+
+TEST_F(DirListTest, LooksForTheLetterCaseAlsoWhereTheListingHasEnded) {
+    const std::int64_t handle = openFolder();
+    record(handle)->dir.SearchEnd = 1;
+    EXPECT_TRUE(list(handle).empty());
+    EXPECT_EQ(m_status, kNoMoreFiles);
+    const std::string folder = m_dir.str();
+    const auto length = [](const std::string& text) { return std::to_string(text.size()); };
+    EXPECT_EQ(
+        m_log.lines(),
+        (std::vector<LogLine>{
+            {ZLOG_LEVEL_WARNING, "length: " + length(folder + "/") + ", pszPath: " + folder + "/"},
+            {ZLOG_LEVEL_WARNING, "length: " + length(folder) + ", mapPath: " + folder}}));
 }
 
 TEST_F(DirListTest, AnswersAFolderThatCannotBeOpenedWithAsManyBytesAsTheLimitSays) {
@@ -303,7 +345,8 @@ TEST_F(DirListTest, SkipsALinkWithoutATarget) {
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "rc: -102"));
 }
 
-TEST_F(DirListTest, ServesAFileHandleAndTellsOfIt) {
+TEST_F(DirListTest, ServesAFileHandleOfAPrinterPortTooAndTellsOfIt) {
+    m_map.m_mapType = kPrinterMap;
     const std::int64_t handle = openFile("zfd-f");
     EXPECT_EQ(list(handle).size(), 3U);
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "dirlist use a file HANDLE"));
@@ -339,6 +382,14 @@ TEST_F(DirListTest, RefusesANameThatCannotBeConverted) {
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "utf16LToUtf8 error!!!  name_length: 4, pName: a"));
 }
 
+TEST_F(DirListTest, LooksAtTheNameBeforeTheHandle) {
+    const Request request = listRequest(4711, std::string(1100, 'x'), kLarge);
+    const std::vector<char> reply = call(ZrsfDirList, request);
+    EXPECT_EQ(statusOf(reply), -2);
+    EXPECT_TRUE(m_log.contains(ZLOG_LEVEL_ERROR, "utf16LToUtf8 error!!!  name_length: 2200"));
+    EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_ERROR, "pzrsfHandle == NULL"));
+}
+
 TEST_F(DirListTest, RepairsTheLetterCaseFromTheRoot) {
     std::memset(m_map.m_clientFolder, 0, sizeof m_map.m_clientFolder);
     std::memcpy(m_map.m_clientFolder, "/.", 3);
@@ -348,6 +399,15 @@ TEST_F(DirListTest, RepairsTheLetterCaseFromTheRoot) {
     m_dir.file("zfd-f");
     const Entries entries = list(handle, wire);
     EXPECT_NE(find(entries, "zfd-f"), nullptr);
+}
+
+TEST_F(DirListTest, NamesALookedUpObjectInTheRepairedLetterCase) {
+    m_dir.file("zfd-f");
+    serve("/.");
+    const std::int64_t handle = openFolder();
+    const Entries entries = list(handle, "\\DEV\\FD\\" + std::to_string(handle) + "\\ZFD-F");
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_TRUE(entries[0].isNamed("zfd-f"));
 }
 
 TEST_F(DirListTest, HidesWhatTheRootFilterHides) {
@@ -399,6 +459,20 @@ TEST_F(DirListTest, HidesTheFolderNet) {
     });
 }
 
+TEST_F(DirListTest, HidesAFolderOfAnotherFileSystemThatSharesTheNumberOfNet) {
+    inMountNamespace([&](const std::string& folder) {
+        for (const char* name : {"/net", "/other"}) mountTmpfs(folder + name);
+        const PrivateRoot root(folder);
+        struct stat net {};
+        struct stat other {};
+        ASSERT_EQ(stat("/net", &net), 0);
+        ASSERT_EQ(stat("/other", &other), 0);
+        ASSERT_EQ(net.st_ino, other.st_ino);
+        ASSERT_NE(net.st_dev, other.st_dev);
+        EXPECT_TRUE(inFilterListB("/other"));
+    });
+}
+
 TEST_F(DirListTest, ShowsAFileThatSharesTheNumberOfNet) {
     inMountNamespace([&](const std::string& folder) {
         const std::ofstream net(folder + "/net");
@@ -435,8 +509,16 @@ TEST_F(DirEntryTest, TakesANameOf255Units) {
 
 TEST_F(DirEntryTest, SkipsANameOf256Units) {
     EXPECT_EQ(entry(std::string(249, '/') + "./zfd-f"), 0);
+    EXPECT_TRUE(std::all_of(m_entry.begin(), m_entry.begin() + 126,
+                            [](char byte) { return byte == 'u'; }));  // no half of an entry
     EXPECT_EQ(m_log.lines(),
               (std::vector<LogLine>{{ZLOG_LEVEL_ERROR, "memcpy_s failed, err = 162"}}));
+}
+
+TEST_F(DirEntryTest, LooksForTheObjectBeforeItConvertsTheName) {
+    EXPECT_EQ(entry("zfd-\xFF"), 0);
+    EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, "rc: -102"));
+    EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_ERROR, "winPathSize"));
 }
 
 TEST_F(DirEntryTest, SkipsANameWithoutRoomForItsTerminator) {
@@ -486,6 +568,22 @@ TEST_F(DirEntryTest, RefusesToLookUpWhatHasNoFolder) {
         int size = 0;
         EXPECT_EQ(zrsfFileList(path, 4, &size, buffer, nullptr), -2);
         EXPECT_TRUE(m_log.has(ZLOG_LEVEL_ERROR, std::string("path error. pPath: ") + path));
+    }
+}
+
+TEST_F(DirEntryTest, NamesAnObjectByWhatFollowsItsLastSlashOrBackslash) {
+    m_dir.folder("c\\d");
+    const std::pair<std::string, std::string> cases[] = {{m_dir.file("a\\b"), "b"},
+                                                         {m_dir.file("c\\d/zfd-f"), "zfd-f"}};
+    for (const auto& [path, name] : cases) {
+        char buffer[1024] = {};
+        int size = 0;
+        const auto pathSize = static_cast<int>(path.size());
+        EXPECT_EQ(zrsfFileList(path.c_str(), pathSize, &size, buffer, nullptr), kNoMoreFiles);
+        const char* const entry = buffer + 8;
+        const Request expected = utf16Of(name);
+        ASSERT_EQ(loadLe<std::uint16_t>(entry + 124), expected.size());
+        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), entry + 126));
     }
 }
 

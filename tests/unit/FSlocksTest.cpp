@@ -157,8 +157,9 @@ TEST_F(FSlocksTest, WaitingAloneIsARelease) {
     EXPECT_TRUE(m_log.has(3, end(handle, ", offset: 1, length: 2", 0, -6)));
 }
 
-TEST_F(FSlocksTest, AReadOnlyMapIsNoSpecialCase) {
+TEST_F(FSlocksTest, APrinterPortOnAReadOnlyMapIsNoSpecialCase) {
     const std::int64_t handle = openFile("data");
+    m_map.m_mapType = 0x1000;
     m_map.m_bWritable = 0;
     expectSuccess(call(ZrsfLocks, lockRequest(handle, 1, 2, 2)));
     EXPECT_TRUE(m_log.has(3, end(handle, ", offset: 1, length: 2", 2, -6)));

@@ -161,6 +161,11 @@ TEST_F(FSreadTest, AMapThatIsReadOnlyIsRead) {
     EXPECT_EQ(cbBufferOf(call(ZrsfRead, readRequest(fileOf(600), 0, 600))), 600U);
 }
 
+TEST_F(FSreadTest, APrinterPortIsReadAsAFile) {
+    m_map.m_mapType = 0x1000;
+    EXPECT_EQ(cbBufferOf(call(ZrsfRead, readRequest(fileOf(600), 0, 600))), 600U);
+}
+
 TEST_F(FSreadTest, AFailedReadAnswersItsStatus) {
     m_dir.file("data", pattern(600));
     const std::int64_t handle = openFile("data", O_WRONLY);

@@ -162,6 +162,15 @@ TEST_F(SetFileInfoTest, ADirectoryAnswersSuccessAndStays) {
     EXPECT_TRUE(m_log.has(2, "set file info. type == DIR_HANDLE"));
 }
 
+TEST_F(SetFileInfoTest, APrinterPortIsSetAsAFile) {
+    const std::int64_t handle = oldFile();
+    m_map.m_mapType = 0x1000;
+    infoOf(call(ZrsfSetFileInfo, setFileInfoRequest(handle, wanted(0, 0, 0600))));
+    infoOf(call(ZrsfSetEndOfFile, setEndOfFileRequest(handle, 5)));
+    EXPECT_EQ(statOf(handle).st_mode & 07777U, 0600U);
+    EXPECT_EQ(statOf(handle).st_size, 5);
+}
+
 TEST_F(SetFileInfoTest, ATimeThatTheSystemRefusesIsOnlyLogged) {
     const std::int64_t handle = oldFile();
     SHFLFSOBJINFO want = wanted(-1'500, 6'000'000'000, 0600);
@@ -279,9 +288,15 @@ TEST_F(LocalStepsTest, FailuresOfTimesAndModeAreNotReported) {
     SHFLFSOBJINFO info = wanted(1, 1, 0200);
     EXPECT_EQ(RTSetFileInfo(1'000'000, 92, &info, HANDLE_TYPE_FILE), 0);
     const std::string badFile = std::to_string(EBADF);
-    EXPECT_TRUE(m_log.has(2, "RTFileSetTimes failed with -4\n"));
-    EXPECT_TRUE(m_log.has(2, "file set mode error. [rc: -37] [errno : " + badFile + "]"));
-    EXPECT_TRUE(m_log.has(2, "RTFileSetMode 180 failed with -37\n"));
+    EXPECT_EQ(m_log.lines(),
+              (std::vector<LogLine>{{2, "set File time error. errno: " + badFile},
+                                    {2, "RTFileSetTimes failed with -4\n"},
+                                    {2, "AccessTime       1\n"},
+                                    {2, "ModificationTime 1\n"},
+                                    {2, "ChangeTime       0\n"},
+                                    {2, "BirthTime        0\n"},
+                                    {2, "file set mode error. [rc: -37] [errno : " + badFile + "]"},
+                                    {2, "RTFileSetMode 180 failed with -37\n"}}));
 }
 
 TEST_F(LocalStepsTest, RTFileSetTimesChecksItsArguments) {
@@ -373,6 +388,14 @@ TEST_F(SetEndOfFileTest, TheBoundIsAllowedAndOneByteMoreIsNot) {
         m_log.lines(),
         (std::vector<LogLine>{{2, "linux is not support set file size!!!  " +
                                       where("data", handle) + ", length: 8, setSize: 0x200001"}}));
+}
+
+TEST_F(SetEndOfFileTest, TheLargestBoundTakesMoreThan32Bits) {
+    const std::int64_t handle = openFile("data");
+    allow(true, 4096);
+    infoOf(call(ZrsfSetEndOfFile, setEndOfFileRequest(handle, 4096 * kMegabyte)));
+    expectFailure(call(ZrsfSetEndOfFile, setEndOfFileRequest(handle, 4096 * kMegabyte + 1)), -37);
+    EXPECT_EQ(statOf(handle).st_size, 4096 * kMegabyte);
 }
 
 TEST_F(SetEndOfFileTest, WithoutABoundAnySizeIsTried) {

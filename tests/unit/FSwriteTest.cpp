@@ -97,6 +97,12 @@ TEST_F(FSwriteTest, AMapThatIsReadOnlyIsWriteProtected) {
                   {2, "write protect!!!   " + where("data", handle) + ", offset: 1, length: 3"}}));
 }
 
+TEST_F(FSwriteTest, TheHandleComesBeforeWriteProtection) {
+    m_map.m_bWritable = 0;
+    expectReply(call(ZrsfWrite, writeRequest(4711, 0, "abc")), -2, 0);
+    expectReply(call(ZrsfWrite, writeRequest(openFolder(), 0, "abc")), -2, 0);
+}
+
 TEST_F(FSwriteTest, AHandleThatWasOpenedToReadIsAnInvalidHandle) {
     m_dir.file("data", "old");
     const std::int64_t handle = openFile("data", O_RDONLY);
@@ -107,6 +113,13 @@ TEST_F(FSwriteTest, AHandleThatWasOpenedToReadIsAnInvalidHandle) {
               (std::vector<LogLine>{{2, "pwrite error!!!   " + where("data", handle) +
                                             ", offset: 1, length: 3, rc: -4, cbWrite: -1, errno: " +
                                             number(EBADF)}}));
+}
+
+TEST_F(FSwriteTest, APrinterPortIsWrittenAsAFile) {
+    const std::int64_t handle = openFile("data");
+    m_map.m_mapType = 0x1000;
+    expectReply(call(ZrsfWrite, writeRequest(handle, 0, "page")), 0, 4);
+    EXPECT_EQ(readFile(m_dir.str("data")), "page");
 }
 
 TEST_F(FSwriteTest, AFullDiskAnswersDiskFull) {
@@ -140,6 +153,7 @@ TEST_F(FSwriteTest, APartialWriteIsReportedAsItHappened) {
         const rlimit limit = {10, RLIM_INFINITY};
         setrlimit(RLIMIT_FSIZE, &limit);
         expectReply(call(ZrsfWrite, writeRequest(handle, 6, "abcdef")), 0, 4);
+        EXPECT_EQ(lseek(static_cast<int>(handle), 0, SEEK_CUR), 10);  // behind what was written
         expectReply(call(ZrsfWrite, writeRequest(handle, 10, "g")), -128, 0);
     });
     EXPECT_EQ(readFile(m_dir.str("data")), std::string(6, '\0') + "abcd");
@@ -232,6 +246,14 @@ TEST_F(FlushTest, FlushesADirectory) {
 
     EXPECT_EQ(m_log.lines(),
               (std::vector<LogLine>{{3, "flush end!!!   " + where("folder", handle) + ", rc: 0"}}));
+}
+
+TEST_F(FlushTest, ADirectoryThatCannotBeFlushedAnswersItsStatus) {
+    const std::int64_t handle = openFolder();
+    inChild([&] {
+        denyCalls({SYS_fsync}, EIO);
+        expectReply(call(ZrsfFlush, flushRequest(handle)), -250, 0);
+    });
 }
 
 TEST_F(FlushTest, ServesAMapThatIsReadOnly) {

@@ -258,6 +258,28 @@ TEST_F(HandleManageTest, AFileThatWasListedIsClosedWithItsStream) {
     EXPECT_FALSE(isOpen(streamFd));
 }
 
+TEST_F(HandleManageTest, ClearsInTheOrderOfTheKeys) {
+    for (const bool byPath : {true, false}) {
+        m_log.clear();
+        std::vector<LogLine> expected;
+        for (const long long key : {4002, 4000, 4001}) {
+            _ZRSFHANDLE* record = newRecord();
+            record->type = static_cast<HANDLE_TYPE>(7);
+            m_table.InsertHandle(key, record);
+        }
+        for (const long long key : {4000, 4001, 4002}) {
+            char line[64];
+            std::snprintf(line, sizeof line, "clear error!!!   zrsfHandle: %p ",
+                          static_cast<void*>(m_table.GetHandleData(key)));
+            expected.push_back({2, line});
+        }
+
+        byPath ? m_table.clearAllHandleInTheVolumePath("") : m_table.ClearAll();
+
+        EXPECT_EQ(m_log.lines(), expected);
+    }
+}
+
 TEST_F(HandleManageTest, PrintsEachRecordInTheOrderOfTheKeys) {
     const std::string longName = "/a-name-of-more-than-20-bytes";
     _ZRSFHANDLE* unknown = newRecord();
@@ -265,13 +287,20 @@ TEST_F(HandleManageTest, PrintsEachRecordInTheOrderOfTheKeys) {
     m_table.InsertHandle(5002, unknown);
     m_table.InsertHandle(5003, nullptr);
     m_table.InsertHandleByName(5001, longName.c_str(), HANDLE_TYPE_FILE);
-    m_table.InsertHandleByName(5000, "/d", HANDLE_TYPE_DIR);
+    m_table.InsertHandleByName(5000, longName.c_str(), HANDLE_TYPE_DIR);
+    DIR* stream = opendir(m_dir.str().c_str());
+    m_table.GetHandleData(5000)->dir.SearchHandle = stream;
 
     EXPECT_TRUE(m_table.printAll());
 
+    // The stream's address, as far as the text has room for it.
+    const auto searchId = static_cast<int>(reinterpret_cast<std::uintptr_t>(stream));
+
     EXPECT_EQ(m_log.lines(),
-              (std::vector<LogLine>{{3, "DIR--> id: 5000, searchId: 0, name: /d"},
+              (std::vector<LogLine>{{3, "DIR--> id: 5000, searchId: " + std::to_string(searchId) +
+                                            ", name: /a-name-of-more-than"},
                                     {3, "FILE--> id: 5001, name: /a-name-of-more-than"}}));
+    closedir(stream);
     m_table.RemoveHandle(5000);
     m_table.RemoveHandle(5001);
 }

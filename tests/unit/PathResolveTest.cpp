@@ -277,6 +277,16 @@ TEST_F(PathRepairTest, LeavesTheFolderItselfAlone) {
                              }));
 }
 
+TEST_F(PathRepairTest, LooksForAPathThatIsTwoBytesLongerThanTheFolder) {
+    EXPECT_EQ(repair("/.", "/mnt"), 1);
+    EXPECT_TRUE(m_log.lines().empty());
+}
+
+TEST_F(PathRepairTest, TakesTheFirstByteOfWhatFollowsTheFolderForASlash) {
+    EXPECT_EQ(repair("xETC", "/mnt/"), 1);
+    EXPECT_EQ(m_result, "/etc");
+}
+
 TEST_F(PathRepairTest, LeavesAPathBehindAnEmptyFolderAlone) {
     EXPECT_EQ(repair("/etc", ""), 0);
     EXPECT_TRUE(m_log.has(ZLOG_LEVEL_WARNING, "length: 4, pszPath: /etc"));
