@@ -141,16 +141,19 @@ TEST_F(DirListTest, StaysBelow64KiBWhateverTheLimit) {
     }
 }
 
-TEST_F(DirListTest, StopsAtTheFirstEntryBehindWhichTheLongestWouldNotFit) {
-    for (int i = 0; i < 1000; ++i) m_dir.file("zfd-" + std::to_string(i));
-    for (const int limit : {65535, 65536, kLarge}) {
-        const Entries entries = list(openFolder(), "\\*", limit);
-        ASSERT_FALSE(entries.empty());
-        const int used = static_cast<int>(cbBufferOf(m_reply));
-        const int last = 128 + static_cast<int>(entries.back().name.size());
-        const int bound = std::min(limit, 65536) - 646;
-        EXPECT_GE(used, bound) << limit;
-        EXPECT_LT(used - last, bound) << limit;
+// The folder's own two entries and 214 of these take 64890 bytes, where 646 more reach the bound.
+TEST_F(DirListTest, StopsWhereTheLongestEntryWouldReachTheBound) {
+    for (int i = 0; i < 300; ++i) m_dir.file(std::to_string(1000 + i) + std::string(83, 'x'));
+    const Entries all = listAll(openFolder(), "\\*", 4096);
+    const auto expected = [&](int bound) {
+        std::size_t count = 0;
+        for (int used = 0; used + 646 < bound && count < all.size(); ++count) {
+            used += 128 + static_cast<int>(all[count].name.size());
+        }
+        return count;
+    };
+    for (const int limit : {65535, 65536, 65537, kLarge, INT_MAX}) {
+        EXPECT_EQ(list(openFolder(), "\\*", limit).size(), expected(std::min(limit, 65536)));
     }
 }
 
