@@ -25,10 +25,6 @@ protected:
     }
     long long openFolder() { return open(m_dir.str().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
 
-    static _ZRSFHANDLE* newRecord() {
-        return static_cast<_ZRSFHANDLE*>(std::calloc(1, sizeof(_ZRSFHANDLE)));
-    }
-
     LogCapture m_log;
     TempDir m_dir;
     HandleManage m_table;
@@ -66,7 +62,7 @@ TEST_F(HandleManageTest, APresentKeyIsRefusedAndKeepsItsRecord) {
     ASSERT_TRUE(m_table.InsertHandleByName(fd, "first", HANDLE_TYPE_FILE));
 
     EXPECT_FALSE(m_table.InsertHandleByName(fd, "second", HANDLE_TYPE_FILE));
-    _ZRSFHANDLE* third = newRecord();
+    _ZRSFHANDLE* third = newRecord().release();
     EXPECT_FALSE(m_table.InsertHandle(fd, third));
     std::free(third);
 
@@ -203,7 +199,7 @@ TEST_F(HandleManageTest, ClearingUnderAPathStepsOverAnEntryWithoutARecord) {
 TEST_F(HandleManageTest, ClearingARecordOfUnknownTypeWarnsAndDropsIt) {
     for (const bool byPath : {true, false}) {
         m_log.clear();
-        _ZRSFHANDLE* record = newRecord();
+        _ZRSFHANDLE* record = newRecord().release();
         record->type = static_cast<HANDLE_TYPE>(7);
         m_table.InsertHandle(4000, record);
         char expected[64];
@@ -263,7 +259,7 @@ TEST_F(HandleManageTest, ClearsInTheOrderOfTheKeys) {
         m_log.clear();
         std::vector<LogLine> expected;
         for (const long long key : {4002, 4000, 4001}) {
-            _ZRSFHANDLE* record = newRecord();
+            _ZRSFHANDLE* record = newRecord().release();
             record->type = static_cast<HANDLE_TYPE>(7);
             m_table.InsertHandle(key, record);
         }
@@ -282,7 +278,7 @@ TEST_F(HandleManageTest, ClearsInTheOrderOfTheKeys) {
 
 TEST_F(HandleManageTest, PrintsEachRecordInTheOrderOfTheKeys) {
     const std::string longName = "/a-name-of-more-than-20-bytes";
-    _ZRSFHANDLE* unknown = newRecord();
+    _ZRSFHANDLE* unknown = newRecord().release();
     unknown->type = static_cast<HANDLE_TYPE>(3);
     m_table.InsertHandle(5002, unknown);
     m_table.InsertHandle(5003, nullptr);

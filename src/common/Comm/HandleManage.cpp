@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "ZBoundsChecked.h"
 #include "common/Comm/FdLog.h"
@@ -12,11 +11,6 @@
 #include "linux/comm/Opreator/FileOperate.h"
 
 namespace {
-
-struct FreeRecord {
-    void operator()(_ZRSFHANDLE* record) const { std::free(record); }
-};
-using RecordPtr = std::unique_ptr<_ZRSFHANDLE, FreeRecord>;
 
 constexpr std::size_t kNameRoom = sizeof(_ZRSFHANDLE::name) - 1;
 
@@ -32,6 +26,10 @@ void closeRecord(_ZRSFHANDLE* record) {
 
 }  // namespace
 
+RecordPtr newRecord() {
+    return RecordPtr(static_cast<_ZRSFHANDLE*>(std::calloc(1, sizeof(_ZRSFHANDLE))));
+}
+
 HandleManage::HandleManage() = default;
 
 HandleManage::~HandleManage() {
@@ -43,7 +41,7 @@ bool HandleManage::InsertHandle(long long handle, _ZRSFHANDLE* data) {
 }
 
 bool HandleManage::InsertHandleByName(long long handle, const char* name, HANDLE_TYPE type) {
-    RecordPtr record(static_cast<_ZRSFHANDLE*>(std::calloc(1, sizeof(_ZRSFHANDLE))));
+    RecordPtr record = newRecord();
     if (record == nullptr) {
         FD_LOG_ERROR("malloc return NULL!!!   type: %d, _handle: %lld, name: %.20s",
                      static_cast<int>(type), handle, name);
@@ -87,7 +85,7 @@ _ZRSFHANDLE* HandleManage::GetHandleData(long long handle) {
 
 bool HandleManage::starts_with(const char* s, const char* prefix) {
     if (s == nullptr || prefix == nullptr) return false;
-    return s == prefix || std::strncmp(s, prefix, std::strlen(prefix)) == 0;
+    return std::strncmp(s, prefix, std::strlen(prefix)) == 0;
 }
 
 void HandleManage::clearAllHandleInTheVolumePath(const char* path) {

@@ -5,7 +5,9 @@
 #include <dirent.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
+#include <memory>
 
 enum HANDLE_TYPE : std::int32_t { HANDLE_TYPE_FILE = 0, HANDLE_TYPE_DIR = 1 };
 
@@ -19,6 +21,13 @@ struct _ZRSFHANDLE {
         std::int32_t SearchCount;  // entries delivered so far
     } dir;
 };
+
+// A record that no table owns yet. Tables free theirs with free().
+struct FreeRecord {
+    void operator()(_ZRSFHANDLE* record) const { std::free(record); }
+};
+using RecordPtr = std::unique_ptr<_ZRSFHANDLE, FreeRecord>;
+RecordPtr newRecord();  // all zero, or null without memory
 
 class HandleManage {
 public:

@@ -54,9 +54,8 @@ bool adaptToExisting(const char* path, _SHFLCREATEPARMS& parms) {
     RTFSOBJINFO info{};
     if (RTPathQueryInfoEx(path, &info, RTFSOBJATTRADD_NOTHING) != VINF_SUCCESS) return false;
 
-    constexpr std::uint32_t kDirectoryType = 0x4000;
     bool closeAfterOpen = false;
-    if ((info.Attr.fMode & RTFS_TYPE_MASK) == kDirectoryType) {
+    if ((info.Attr.fMode & RTFS_TYPE_MASK) == RTFS_TYPE_DIRECTORY) {
         closeAfterOpen = (parms.CreateFlags & SHFL_CF_DIR_CLOSE_AFTER_OPEN) != 0;
         parms.CreateFlags |= SHFL_CF_DIRECTORY;
     }

@@ -7,9 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "ZBoundsChecked.h"
 #include "common/Comm/FdLog.h"
@@ -19,23 +17,12 @@
 
 namespace {
 
-// The table frees its records with free().
-struct Free {
-    void operator()(_ZRSFHANDLE* record) const { std::free(record); }
-};
-using RecordGuard = std::unique_ptr<_ZRSFHANDLE, Free>;
-
-RecordGuard newRecord() {
-    return RecordGuard(static_cast<_ZRSFHANDLE*>(std::calloc(1, sizeof(_ZRSFHANDLE))));
-}
-
 int RTDirCreate(const char* path, _SHFLCREATEPARMS* parms) {
     constexpr unsigned int kAllPermissions = 0x1FF;
-    constexpr unsigned int kUnixModeMask = 0xFFFF;
 
     parms->Handle = SHFL_HANDLE_NIL;
     parms->Result = SHFL_FILE_CREATED;
-    const unsigned int mode = rtFsModeNormalize(kAllPermissions, nullptr, 0) & kUnixModeMask;
+    const unsigned int mode = rtFsModeNormalize(kAllPermissions, nullptr, 0) & RTFS_UNIX_MASK;
     if (mkdir(path, static_cast<mode_t>(mode)) == 0) return VINF_SUCCESS;
 
     const int err = errno;
@@ -95,7 +82,7 @@ int zrfsOpenDir(const char* path, _SHFLCREATEPARMS* parms, HandleManage* handles
         }
     }
 
-    RecordGuard record = newRecord();
+    RecordPtr record = newRecord();
     if (record == nullptr) {
         FD_LOG_ERROR("malloc error.  pzrsf == NULL");
         return VERR_NO_MEMORY;

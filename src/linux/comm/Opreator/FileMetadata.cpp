@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr unsigned kUnixHalf = 0xFFFF;
 constexpr unsigned kOwnerRead = 0x100;
 
 timeval timevalOf(const RTTIMESPEC& time) {
@@ -46,7 +45,7 @@ void setTimes(long long handle, const SHFLFSOBJINFO& info) {
 // The owner keeps the read permission, whatever the server asks for.
 void setMode(long long handle, unsigned mode) {
     if (mode == 0) return;
-    if ((mode & kUnixHalf) != 0) mode |= kOwnerRead;
+    if ((mode & RTFS_UNIX_MASK) != 0) mode |= kOwnerRead;
     const int rc = RTFileSetMode(handle, mode);
     if (rc != VINF_SUCCESS) FD_LOG_WARN("RTFileSetMode %x failed with %d\n", mode, rc);
 }

@@ -12,18 +12,10 @@
 
 namespace {
 
-constexpr std::uint32_t kUnixModeMask = 0x0000FFFF;
-constexpr std::uint32_t kDirectoryPermissions = 0x16D;  // r-xr-xr-x
-constexpr std::uint32_t kFilePermissions = 0x124;       // r--r--r--
-constexpr std::uint32_t kWritePermissions = 0x092;      // -w--w--w-
-
+// Of what this gives, the flags have room for the permissions only.
 std::uint32_t createMode(const _SHFLCREATEPARMS& parms) {
     const std::uint32_t mode = parms.Info.Attr.fMode;
-    if ((mode & RTFS_DOS_MASK) != 0 && (mode & kUnixModeMask) == 0) {
-        const std::uint32_t permissions =
-            (mode & RTFS_DOS_DIRECTORY) != 0 ? kDirectoryPermissions : kFilePermissions;
-        return (mode & RTFS_DOS_READONLY) != 0 ? permissions : permissions | kWritePermissions;
-    }
+    if ((mode & RTFS_DOS_MASK) != 0 && (mode & RTFS_UNIX_MASK) == 0) return rtFsModeFromDos(mode);
     return parms.Handle == 0 ? 0 : mode;
 }
 

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr std::uint32_t kUnixHalf = 0x0000FFFF;
-constexpr std::uint32_t kDirectoryType = 0x4000;
 constexpr std::uint32_t kFileType = 0x8000;
 constexpr std::uint32_t kLinkType = 0xA000;
 constexpr std::uint32_t kReadAndSearch = 0x016D;  // r-xr-xr-x
@@ -29,31 +27,31 @@ bool hasType(std::uint32_t fMode, std::uint32_t type) {
 
 unsigned int rtFsModeFromDos(unsigned int fMode) {
     const bool isDirectory = (fMode & RTFS_DOS_DIRECTORY) != 0;
-    std::uint32_t unixHalf = isDirectory ? kDirectoryType | kReadAndSearch : kFileType | kRead;
+    std::uint32_t unixHalf = isDirectory ? RTFS_TYPE_DIRECTORY | kReadAndSearch : kFileType | kRead;
     if ((fMode & RTFS_DOS_NT_REPARSE_POINT) != 0) {
         unixHalf = kLinkType | (unixHalf & kReadAndSearch);
     }
     if ((fMode & RTFS_DOS_READONLY) == 0) unixHalf |= kWrite;
-    return (fMode & ~kUnixHalf) | unixHalf;
+    return (fMode & ~RTFS_UNIX_MASK) | unixHalf;
 }
 
 unsigned int rtFsModeFromLinux(unsigned int fMode, const char* /*name*/, unsigned int /*nameLen*/) {
     if (hasType(fMode, kLinkType)) fMode |= RTFS_DOS_NT_REPARSE_POINT;
-    if (hasType(fMode, kDirectoryType)) fMode |= RTFS_DOS_DIRECTORY;
+    if (hasType(fMode, RTFS_TYPE_DIRECTORY)) fMode |= RTFS_DOS_DIRECTORY;
     if ((fMode & kWrite) == 0) fMode |= RTFS_DOS_READONLY;
     return fMode;
 }
 
 unsigned int rtFsModeNormalize(unsigned int fMode, const char* name, unsigned long nameLen) {
-    if ((fMode & kUnixHalf) == 0) {
+    if ((fMode & RTFS_UNIX_MASK) == 0) {
         fMode = rtFsModeFromDos(fMode);
     } else if ((fMode & RTFS_DOS_MASK) == 0) {
         fMode = rtFsModeFromLinux(fMode, name, static_cast<unsigned int>(nameLen));
     }
 
-    if (hasType(fMode, kDirectoryType)) fMode |= RTFS_DOS_DIRECTORY;
+    if (hasType(fMode, RTFS_TYPE_DIRECTORY)) fMode |= RTFS_DOS_DIRECTORY;
     if (hasType(fMode, 0)) {
-        fMode |= (fMode & RTFS_DOS_DIRECTORY) != 0 ? kDirectoryType : kFileType;
+        fMode |= (fMode & RTFS_DOS_DIRECTORY) != 0 ? RTFS_TYPE_DIRECTORY : kFileType;
     }
     return fMode;
 }

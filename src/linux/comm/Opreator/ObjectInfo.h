@@ -65,7 +65,9 @@ constexpr std::uint32_t RTFS_DOS_READONLY = 0x00010000;
 constexpr std::uint32_t RTFS_DOS_DIRECTORY = 0x00100000;
 constexpr std::uint32_t RTFS_DOS_NT_REPARSE_POINT = 0x04000000;
 constexpr std::uint32_t RTFS_DOS_MASK = 0x7FFF0000;
+constexpr std::uint32_t RTFS_UNIX_MASK = 0x0000FFFF;
 constexpr std::uint32_t RTFS_TYPE_MASK = 0x0000F000;
+constexpr std::uint32_t RTFS_TYPE_DIRECTORY = 0x00004000;
 
 unsigned int rtFsModeFromDos(unsigned int fMode);
 unsigned int rtFsModeFromLinux(unsigned int fMode, const char* name, unsigned int nameLen);
