@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <limits>
@@ -227,6 +228,21 @@ TEST_F(SendThreadTest, AFrameNeverHoldsBytesOfAnEarlierOne) {
     const std::vector<Message> messages = sent(2);
 
     EXPECT_EQ(messages[1].payload, Bytes(3, 'y'));
+}
+
+TEST_F(SendThreadTest, AFrameIsWholeWhateverTheWriterDidWithTheOneBefore) {
+    m_context->m_channel_write = [write = m_channel.wholeWriter()](char* data, int size) {
+        const int written = write(data, size);
+        std::fill_n(data, size, '\x7f');
+        return written;
+    };
+    const auto sender = startSender();
+    for (int i = 0; i < 2; ++i) {
+        sender->addSendCmdItem(nodeOf({.mapid = 2, .idx = 5, .payload = Bytes(9, 'y')}));
+    }
+
+    ASSERT_TRUE(m_channel.waitForWrites(2));
+    EXPECT_EQ(m_channel.writes()[1], m_channel.writes()[0]);
 }
 
 TEST(SendThreadDeathTest, AnEmptyWriterEndsTheProcess) {

@@ -2,6 +2,7 @@
 #include "common/LinuxServer/workthread/SendThread.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "ZBoundsChecked.h"
@@ -81,6 +82,7 @@ SendThread::Sent SendThread::sendFrame(const fd_cmd_item& item) {
         return Sent::kNo;
     }
     char* frame = m_frame.get();
+    std::memset(frame, 0, kFramePrefixSize);  // the writer may have changed the frame before
     storeLe(frame + kFrameLengthAt, static_cast<std::uint32_t>(payload + kMsgHeadSize));
     int err = memcpy_s(frame + kFramePrefixSize, size - kFramePrefixSize, &item.head, kMsgHeadSize);
     if (err == 0 && payload > 0) {
