@@ -148,6 +148,7 @@ TEST_F(MapCtrlThreadTest, TakesTheMapBackWhenThePlugCannotBeSent) {
     EXPECT_FALSE(m_thread->handlePlugInfo(mountAt("/media/stick")));
 
     EXPECT_TRUE(m_log.has(1, "send mount plug info failure! "));
+    EXPECT_FALSE(m_log.has(1, "memcpy_s failed"));
     EXPECT_EQ(m_context->findMapInfoById(1), nullptr);
     EXPECT_TRUE(m_log.contains(3, "map exist.  mapid: 1, mapinfo: "));
 }

@@ -70,13 +70,12 @@ bool MapCtrlThread::sendPlugInfo(FdMapInfo* map) {
     }
     item->head.extsize = size;
     markPayload(item, size);
+    const bool written = putPlugRecord(item->pdata, item->pdatasize, *map, folder, computer);
+    if (!written) FD_LOG_ERROR("memcpy_s failed");
     const auto sender = m_context->sendThread();
-    if (!putPlugRecord(item->pdata, item->pdatasize, *map, folder, computer) || sender == nullptr) {
-        FD_LOG_ERROR("memcpy_s failed");
-        m_context->m_cmd_cache.put_node(item);
-        return false;
-    }
-    return sender->addSendCmdItem(item);
+    if (written && sender != nullptr) return sender->addSendCmdItem(item);
+    m_context->m_cmd_cache.put_node(item);
+    return false;
 }
 
 bool MapCtrlThread::handlePlugInfo(const MountInfo& info) {
