@@ -212,8 +212,23 @@ TEST_F(OperationHandlersTest, WithoutAPathBufferItIsTryAgain) {
         if (code == linuxframes::kInit || code == linuxframes::kDestroy) continue;
         m_log.clear();
         EXPECT_EQ(resOf(handler, linuxframes::anyPayloadOf(code)), -11) << code;
-        EXPECT_TRUE(m_log.has(2, "get cache buf node failure.")) << code;
+        EXPECT_EQ(m_log.count(2, "get cache buf node failure."), 1) << code;
     }
+    EXPECT_EQ(readFile(local("/file")), "content");
+}
+
+TEST_F(OperationHandlersTest, WithoutASecondPathBufferTheFirstIsGivenBack) {
+    const Bytes payload = twoPathsOf("/file", "/second");
+    fd_buf_node only{};
+    ASSERT_TRUE(m_context->m_cmd_cache.get_path_buf(&only));
+    m_context->m_cmd_cache.put_path_buf(only);
+    m_context->m_cmd_cache.set_path_size(0);  // so there is that one and no other
+    for (const Handler handler : {fd_symlink_c, fd_rename_c, fd_link_c}) {
+        m_log.clear();
+        EXPECT_EQ(resOf(handler, payload), -11);
+        EXPECT_EQ(m_log.count(2, "get cache buf node failure."), 1);
+    }
+    EXPECT_EQ(call(fd_getattr_c, Payload("/file")).res, 0);
     EXPECT_EQ(readFile(local("/file")), "content");
 }
 
@@ -291,6 +306,48 @@ TEST_F(OperationHandlersTest, SurvivesEveryFieldWithEveryOddValue) {
             std::filesystem::create_directories(m_root);
             fill();
         }
+    }
+}
+
+TEST_F(OperationHandlersTest, ALengthThatIsUsedMovesWhatFollows) {
+    const Bytes info = fileInfo(1);
+    const auto longer = [&](Payload payload) {  // a record of 60 bytes, which ends in odd ones
+        payload.number(60).raw({info.data(), info.size()});
+        return payload.raw(std::string(12, '\xff'));
+    };
+
+    EXPECT_EQ(call(fd_read_c, longer(Payload("/file")).number(4).number(2)).res, 4);
+    EXPECT_EQ(call(fd_readdir_c, longer(Payload("/")).number(0).number(4096)).payload,
+              call(fd_readdir_c, readdirOf("/", 4096)).payload);
+    EXPECT_EQ(resOf(fd_write_c, longer(Payload("/file").number(2).raw("AB")).number(3)), 2);
+    EXPECT_EQ(readFile(local("/file")), "conABnt");
+
+    const auto name = [](Payload payload) {  // behind its terminator, what is no size
+        return payload.number(15).raw({"user.a\0\xff\xff\xff\xff\xff\xff\xff\xff", 15});
+    };
+    EXPECT_EQ(resOf(fd_setxattr_c, name(Payload("/file")).number(1).raw("x").number(0)), -38);
+    resOf(fd_getxattr_c, name(Payload("/file")).number(17));
+    EXPECT_TRUE(m_log.has(4, "parse data, path: /file, name: user.a, size: 17"));
+}
+
+TEST_F(OperationHandlersTest, ALengthThatIsSkippedIsNotRead) {
+    const Bytes info = fileInfo(0, 55);
+    for (const std::int64_t length : {0, 1, 60, -1}) {
+        const auto skipped = [&](const char* path) {
+            return Payload(path).number(length).raw({info.data(), info.size()});
+        };
+        m_log.clear();
+        EXPECT_EQ(call(fd_open_c, skipped("/file")).payload, info) << length;
+        EXPECT_EQ(call(fd_opendir_c, skipped("/sub")).res, 0) << length;
+        for (const Handler handler : {fd_flush_c, fd_release_c, fd_releasedir_c}) {
+            EXPECT_EQ(resOf(handler, skipped("/file")), 0) << length;
+        }
+        EXPECT_EQ(resOf(fd_fsync_c, skipped("/file").number(7)), 0) << length;
+        EXPECT_TRUE(m_log.has(4, "parse data, path: /file, isdatasync: 7")) << length;
+        resOf(fd_fallocate_c, skipped("/file").number(1).number(2).number(3));
+        EXPECT_TRUE(m_log.has(4, "parse data, path: /file, mode: 1, offset: 2, length: 3"));
+        resOf(fd_removexattr_c, Payload("/file").number(length).raw({"user.a\0", 7}));
+        EXPECT_TRUE(m_log.has(4, "parse data, path: /file, name: user.a")) << length;
     }
 }
 

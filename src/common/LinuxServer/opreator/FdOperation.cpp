@@ -26,7 +26,7 @@ FdLocalPath::FdLocalPath(const char* tag, const FdMapInfo& map, const char* path
 }
 
 FdLocalPath::~FdLocalPath() {
-    if (m_buffer.data != nullptr) m_cache.put_path_buf(m_buffer);
+    if (hasBuffer()) m_cache.put_path_buf(m_buffer);
 }
 
 FdOperation::FdOperation(const char* tag, FdMapInfo* map, fd_cmd_item* item)

@@ -19,6 +19,8 @@ public:
     FdLocalPath(const FdLocalPath&) = delete;
     FdLocalPath& operator=(const FdLocalPath&) = delete;
 
+    bool hasBuffer() const { return m_buffer.data != nullptr; }
+
     // Null when there is no buffer or the path does not fit; both are logged.
     const char* get() const { return m_formatted ? m_buffer.data : nullptr; }
 
@@ -67,6 +69,7 @@ public:
     template <typename Work>
     int run(const char* to, Work work) {
         const FdLocalPath local(m_tag, *m_map, m_path);
+        if (!local.hasBuffer()) return finish(kResTryAgain);  // which is said once
         const FdLocalPath second(m_tag, *m_map, to);
         const bool joined = local.get() != nullptr && second.get() != nullptr;
         return finish(joined ? work(local.get(), second.get()) : int{kResTryAgain});
