@@ -2,8 +2,12 @@
 
 LogCapture::LogCapture() {
     ZLogger::GetInstance()->SetSink([this](const ZLogRecord& record) {
-        const std::lock_guard lock(m_mutex);
-        m_lines.push_back({record.level, std::string(record.message)});
+        const LogLine line{record.level, std::string(record.message)};
+        {
+            const std::lock_guard lock(m_mutex);
+            m_lines.push_back(line);
+        }
+        if (m_hook) m_hook(line);
     });
     ZLogger::GetInstance()->SetLevel(ZLOG_LEVEL_DEBUG);
 }
@@ -21,6 +25,15 @@ std::vector<LogLine> LogCapture::lines() const {
 int LogCapture::count(int level, const std::string& message) const {
     const std::lock_guard lock(m_mutex);
     return static_cast<int>(std::ranges::count(m_lines, LogLine{level, message}));
+}
+
+bool LogCapture::hasInOrder(const std::vector<LogLine>& lines) const {
+    const std::lock_guard lock(m_mutex);
+    auto from = m_lines.begin();
+    return std::ranges::all_of(lines, [&](const LogLine& line) {
+        from = std::find(from, m_lines.end(), line);
+        return from != m_lines.end() && from++ != m_lines.end();
+    });
 }
 
 bool LogCapture::contains(int level, const std::string& part) const {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ZLogger.h"
@@ -31,11 +33,18 @@ public:
     int count(int level, const std::string& message) const;
     bool has(int level, const std::string& message) const { return count(level, message) > 0; }
 
+    // Whether these lines were logged in this order, whatever stands between them.
+    bool hasInOrder(const std::vector<LogLine>& lines) const;
+
     // Whether a line of that level contains `part`.
     bool contains(int level, const std::string& part) const;
     void clear();
 
+    // Called for each line once it is kept, on the thread that logs. Set before that thread starts.
+    void onLine(std::function<void(const LogLine&)> hook) { m_hook = std::move(hook); }
+
 private:
     mutable std::mutex m_mutex;
     std::vector<LogLine> m_lines;
+    std::function<void(const LogLine&)> m_hook;
 };

@@ -9,6 +9,8 @@
 #include <string>
 
 #include "support/LogCapture.h"
+#include "support/RefusedNew.h"
+#include "support/ScarceMemory.h"
 
 namespace {
 
@@ -126,6 +128,35 @@ TEST_F(FdCmdCacheTest, MakesNodesWithoutAPayloadForASizeThatIsNotPositive) {
         m_cache->put_node(item);
         m_cache = std::make_unique<FdCmdCache>();
     }
+}
+
+TEST_F(FdCmdCacheTest, ANodeWhosePayloadCannotBeHadIsGoodAllTheSame) {
+    m_cache->set_node_size(1 << 30);
+    fd_cmd_item* item = nullptr;
+    {
+        const ScarceMemory limit;
+        item = get();
+    }
+    if (item->pdata != nullptr) GTEST_SKIP() << "this system does not bound a program's memory";
+
+    EXPECT_EQ(item->pdatasize, 0);
+    EXPECT_EQ(item->head.head_size, 64U);
+    EXPECT_TRUE(m_log.has(3, "cmd cache create node. item: " + pointerText(item) +
+                                 ", pdata: " + pointerText(nullptr) + ", pdatasize: 0"));
+    m_cache->put_node(item);
+}
+
+TEST_F(FdCmdCacheTest, GivesNothingWithoutMemoryForANode) {
+    fd_cmd_item* item = nullptr;
+    {
+        const RefusedNew refused;
+        EXPECT_FALSE(m_cache->get_node(&item));
+    }
+    EXPECT_EQ(item, nullptr);
+    EXPECT_TRUE(m_log.has(2, "cmd cache create node failure"));
+
+    m_cache.reset();
+    EXPECT_TRUE(m_log.has(3, "m_cmd_put_count: 0, m_cmd_get_count: 0"));
 }
 
 TEST_F(FdCmdCacheTest, MakesNodesOfTheSizeThatIsSet) {

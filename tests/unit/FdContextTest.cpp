@@ -171,6 +171,22 @@ TEST_F(FdContextTest, DoesNotWaitForABusyThread) {
     m_context->addReadyThread(busy.get());
 }
 
+TEST_F(FdContextTest, FreesAnIdleThreadBehind99BusyOnesAndNotBehind100) {
+    for (const auto& [busyCount, status] : {std::pair{99, 5}, {100, 2}}) {
+        std::vector<std::shared_ptr<OpreatorThread>> busy;
+        for (int i = 0; i < busyCount; ++i) busy.push_back(m_context->getReadyThread());
+        const auto idle = m_context->getReadyThread();
+        EXPECT_EQ(idle->waitStatu(2, kStopMs), 2);
+        m_context->addReadyThread(idle.get());
+
+        EXPECT_FALSE(m_context->freeAllOpreatorThread());
+
+        EXPECT_EQ(idle->getThreadStatu(), status) << busyCount;
+        for (const auto& thread : busy) m_context->addReadyThread(thread.get());
+        EXPECT_TRUE(m_context->freeAllOpreatorThread());
+    }
+}
+
 TEST_F(FdContextTest, ABusyThreadEndsAfterItsRequestOnceTheConnectionIsGone) {
     const std::weak_ptr<OpreatorThread> busy = m_context->getReadyThread();
     const std::weak_ptr<FdContext> context = m_context;

@@ -14,6 +14,8 @@
 #include "support/FakeChannel.h"
 #include "support/LinuxFrames.h"
 #include "support/LogCapture.h"
+#include "support/RefusedNew.h"
+#include "support/ScarceMemory.h"
 #include "support/TempDir.h"
 #include "support/WaitUntil.h"
 
@@ -95,11 +97,22 @@ TEST_F(FdLinuxDesktopClientTest, SaysHowItStops) {
 
     EXPECT_TRUE(m_client.StopWork());
 
-    for (const char* text :
-         {"map ctrl thread stop success", "send thread stop success", "destory FdContext!",
-          "destory MapCtrlThread ok ", "destory SendThread ok "}) {
-        EXPECT_TRUE(m_log.has(3, text)) << text;
-    }
+    EXPECT_TRUE(m_log.hasInOrder({{3, "MapCtrlThread wait stop, msecond: 20000  ..."},
+                                  {3, "wake up all waiter ..."},
+                                  {3, "wake up all waiter ok "},
+                                  {3, "mapctrl thread handle disconnect"},
+                                  {3, "free all opreator thread."},
+                                  {3, "all map in server unplugin ok. "},
+                                  {3, "map ctrl thread stop success"},
+                                  {3, "destory MapCtrlThread ..."},
+                                  {3, "destory MapCtrlThread ok "},
+                                  {3, "MapCtrlThread wait stop, msecond: 20000  ..."},
+                                  {3, "wake up all waiter ..."},
+                                  {3, "wake up all waiter ok "},
+                                  {3, "send thread stop success"},
+                                  {3, "destory SendThread ..."},
+                                  {3, "destory SendThread ok "},
+                                  {3, "destory FdContext!"}}));
 }
 
 TEST_F(FdLinuxDesktopClientTest, StopWorkWithoutAStartFailsWithAWarning) {
@@ -204,6 +217,37 @@ TEST_F(FdLinuxDesktopClientTest, APayloadOf64KiBUsesTheNodesBufferAndOneByteMore
     EXPECT_TRUE(m_log.has(3, "malloc pdata.   pdatasize: 0x10001, extsize: 65537"));
 }
 
+TEST_F(FdLinuxDesktopClientTest, WithoutANodeAMessageIsLostAfterASecond) {
+    m_policy->setLinuxRootDirEnable(0);  // nothing is offered, so the pool stays empty
+    m_client.StartWork();
+    const auto start = std::chrono::steady_clock::now();
+    {
+        const RefusedNew refused;
+        EXPECT_FALSE(put({.mapid = 1, .type = 1, .subtype = 1}));
+    }
+
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(980));
+    EXPECT_TRUE(m_log.has(2, "malloc item node failure. "));
+    EXPECT_TRUE(put({.mapid = 1, .type = 1, .subtype = 1}));
+}
+
+TEST_F(FdLinuxDesktopClientTest, APayloadThatNoMemoryHoldsIsTriedTenTimes) {
+    startWithMap();
+    const auto start = std::chrono::steady_clock::now();
+    bool isTaken = true;
+    {
+        const ScarceMemory limit;
+        isTaken = put({.mapid = 1, .subtype = 3, .payload = {1}, .extsize = 1 << 30});
+    }
+    if (isTaken) GTEST_SKIP() << "this system does not bound a program's memory";
+
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(480));
+    EXPECT_EQ(m_log.count(2, "RecvThread malloc pdata failure.  size: 1073741824"), 11);
+    EXPECT_FALSE(m_log.has(2, "free a item"));
+    EXPECT_TRUE(put({.mapid = 1, .subtype = linuxframes::kStatfs, .payload = Payload("/")}));
+    EXPECT_EQ(onlyReply().subtype, linuxframes::kStatfs);
+}
+
 TEST_F(FdLinuxDesktopClientTest, WhatTheHeadPromisesBeyondTheFrameIsZero) {
     startWithMap();
 
@@ -271,6 +315,29 @@ TEST_F(FdLinuxDesktopClientTest, AWriterThatFailsLosesTheRestAndStopsInTime) {
     EXPECT_TRUE(m_client.StopWork());
 
     EXPECT_TRUE(m_log.has(3, "send thread stop success"));
+}
+
+TEST_F(FdLinuxDesktopClientTest, AMapControlThreadThatDoesNotStopFailsNothingElse) {
+    std::atomic<bool> mayGoOn{false};
+    std::atomic<bool> isHeld{false};
+    m_log.onLine([&](const LogLine& line) {
+        if (line.message != "MapCtrlThread work ...") return;
+        isHeld = true;
+        waitUntil([&] { return mayGoOn.load(); }, std::chrono::seconds(90));
+    });
+    m_client.StartWork();
+    EXPECT_TRUE(waitUntil([&] { return isHeld.load(); }));
+
+    EXPECT_TRUE(m_client.StopWork());
+
+    EXPECT_TRUE(m_log.hasInOrder({{3, "MapCtrlThread wait stop end,  m_exit_flag: 0, msecond: 0"},
+                                  {2, "map ctrl thread stop failure"},
+                                  {3, "send thread stop success"},
+                                  {3, "destory FdContext!"}}));
+    EXPECT_FALSE(m_log.has(3, "destory MapCtrlThread ..."));
+    mayGoOn = true;
+    EXPECT_TRUE(waitUntil([&] { return m_log.contains(3, "FdContext is gone."); }));
+    EXPECT_TRUE(m_log.has(3, "destory MapCtrlThread ok "));
 }
 
 // A worker that does not stop keeps the connection's memory, and nothing else.

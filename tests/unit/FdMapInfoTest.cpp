@@ -244,8 +244,11 @@ TEST_F(FdMapInfoTest, CountsRequests) {
 TEST_F(FdMapInfoTest, GivesARequestBackAfterTenTriesWithoutAThread) {
     m_context->dismiss();  // no thread is made any more
     fd_cmd_item* item = nodeOf({.mapid = 5});
+    const auto start = std::chrono::steady_clock::now();
 
     EXPECT_FALSE(m_map->handleOpreatorCmdItem(item));
+
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(9800));
 
     EXPECT_EQ(m_log.count(1, "can not find ready opreator thread"), 10);
     EXPECT_TRUE(m_map->waitStop(20000));

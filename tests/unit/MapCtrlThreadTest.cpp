@@ -10,6 +10,8 @@
 #include "common/LinuxServer/workthread/OpreatorThread.h"
 #include "linux/comm/Opreator/FdCommon_linux.h"
 #include "support/LinuxContextFixture.h"
+#include "support/RefusedNew.h"
+#include "support/ScarceMemory.h"
 
 namespace {
 
@@ -151,6 +153,35 @@ TEST_F(MapCtrlThreadTest, TakesTheMapBackWhenThePlugCannotBeSent) {
     EXPECT_FALSE(m_log.has(1, "memcpy_s failed"));
     EXPECT_EQ(m_context->findMapInfoById(1), nullptr);
     EXPECT_TRUE(m_log.contains(3, "map exist.  mapid: 1, mapinfo: "));
+}
+
+TEST_F(MapCtrlThreadTest, TakesTheMapBackWhenThereIsNoNodeForThePlug) {
+    {
+        const RefusedNew refused;
+        EXPECT_FALSE(m_thread->handlePlugInfo(mountAt("/media/stick")));
+    }
+
+    EXPECT_TRUE(m_log.hasInOrder({{3, "send plugin info."},
+                                  {2, "malloc cmd item failure. "},
+                                  {1, "send mount plug info failure! "}}));
+    EXPECT_EQ(m_context->findMapInfoById(1), nullptr);
+    EXPECT_TRUE(allSent().empty());
+}
+
+TEST_F(MapCtrlThreadTest, APlugThatNoMemoryHoldsIsNotSent) {
+    const std::string name(std::size_t{64} << 20U, 'n');
+    const FdMapInfoPtr map = addMap(9, 0, "/" + name);
+    bool isSent = true;
+    {
+        const ScarceMemory limit;
+        isSent = m_thread->sendPlugInfo(map.get());
+    }
+    if (isSent) GTEST_SKIP() << "this system does not bound a program's memory";
+
+    EXPECT_TRUE(m_log.has(
+        2, "malloc cmd item pdata failure.  extsize: " + std::to_string(name.size() + 34)));
+    EXPECT_TRUE(allSent().empty());
+    EXPECT_EQ(m_log.count(3, "cmd cache create node. "), 0);
 }
 
 TEST_F(MapCtrlThreadTest, AcknowledgesTheServersMap) {
@@ -335,17 +366,22 @@ TEST_F(MapCtrlThreadTest, SaysWhenAWithdrawalCannotBeSent) {
 
 TEST_F(MapCtrlThreadTest, ADisconnectLetsAllMapsGoWithoutAMessage) {
     const FdMapInfoPtr first = addMap(1, 0, "/media/a");
-    addMap(2, 0, "/media/b");
+    const std::string second = pointerText(addMap(2, 0, "/media/b").get());
     m_log.clear();
 
     EXPECT_TRUE(m_thread->handleDisconnect());
 
-    EXPECT_TRUE(m_log.has(3, "mapctrl thread handle disconnect"));
-    EXPECT_TRUE(m_log.has(3, "free all opreator thread."));
-    EXPECT_TRUE(m_log.has(3, "map stop, mapid: 1, mapinfo: " + pointerText(first.get())));
-    EXPECT_TRUE(m_log.contains(3, "map stop, mapid: 2, mapinfo: "));
-    EXPECT_TRUE(m_log.has(3, "all map in server unplugin ok. "));
-    EXPECT_FALSE(m_log.contains(3, "FdMapInfo wait stop"));
+    const std::string firstText = "mapid: 1, mapinfo: " + pointerText(first.get());
+    const std::string secondText = "mapid: 2, mapinfo: " + second;
+    const std::vector<LogLine> expected = {{3, "mapctrl thread handle disconnect"},
+                                           {3, "free all opreator thread."},
+                                           {3, "get map info. " + firstText},
+                                           {3, "map stop, " + firstText},
+                                           {3, "get map info. " + secondText},
+                                           {3, "map stop, " + secondText},
+                                           {3, "get map info. mapid: 0, mapinfo: (nil)"},
+                                           {3, "all map in server unplugin ok. "}};
+    EXPECT_EQ(m_log.lines(), expected);
     EXPECT_EQ(m_context->getMapInfo(), nullptr);
     EXPECT_TRUE(allSent().empty());
 }

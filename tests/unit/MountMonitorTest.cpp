@@ -236,16 +236,19 @@ TEST_F(MountMonitorTest, SaysWhatItOffers) {
 
     m_thread->monitorChange();
 
-    for (const char* text : {"add mount list", "mapid: -1, policy: 0x5b, type: 0x2", "path: /.",
-                             "delete mount list", "current local mount list."}) {
-        EXPECT_TRUE(m_log.has(4, text)) << text;
-    }
+    EXPECT_TRUE(m_log.hasInOrder({{4, "add mount list"},
+                                  {4, "mapid: -1, policy: 0x5b, type: 0x2"},
+                                  {4, "path: /."},
+                                  {4, "delete mount list"},
+                                  {4, "current local mount list."},
+                                  {4, "mapid: -1, policy: 0x5b, type: 0x2"},
+                                  {4, "path: /."},
+                                  {3, "add new mount map"},
+                                  {3, "send plugin info."},
+                                  {3, "add new mount success. "},
+                                  {3, "mount info. mapid: -1, policy: 0x5b, type: 0x2"},
+                                  {3, "mount info. path: /."}}));
     EXPECT_EQ(m_log.count(4, "path: /."), 2);  // to add, and of all
-    for (const char* text :
-         {"add new mount map", "add new mount success. ",
-          "mount info. mapid: -1, policy: 0x5b, type: 0x2", "mount info. path: /."}) {
-        EXPECT_TRUE(m_log.has(3, text)) << text;
-    }
     EXPECT_FALSE(m_log.has(3, "delete mount map"));
 }
 
@@ -272,10 +275,13 @@ TEST_F(MountMonitorTest, WithdrawsWhatThePolicyForbidsOnceItIsMounted) {
     m_thread->monitorChange();
 
     EXPECT_EQ(notices(3), (Notices{"4:1", "7:1", "5:1"}));
-    for (const char* text : {"delete mount map", "delete mount success. ",
-                             "mount info. mapid: -1, policy: 91, type: 2"}) {
-        EXPECT_TRUE(m_log.has(3, text)) << text;
-    }
+    EXPECT_TRUE(m_log.hasInOrder({{4, "delete mount list"},
+                                  {4, "path: /."},
+                                  {4, "current local mount list."},
+                                  {3, "delete mount map"},
+                                  {3, "unplugin an map! mapid: 1, path: /."},
+                                  {3, "delete mount success. "},
+                                  {3, "mount info. mapid: -1, policy: 91, type: 2"}}));
     EXPECT_TRUE(m_log.contains(3, "mount info. path: "));  // a number, not the path
     EXPECT_FALSE(m_log.has(3, "mount info. path: /."));
     EXPECT_FALSE(m_log.has(3, "add new mount map"));

@@ -224,15 +224,32 @@ TEST_F(OpreatorThreadTest, StopsWhileItWaitsForANode) {
     EXPECT_TRUE(m_log.has(3, "OpreatorThread finish ..."));
 }
 
+// A stop that comes before the first look at the queue wakes nobody: then again.
 TEST_F(OpreatorThreadTest, WarnsWhenItIsWokenWithoutANode) {
+    for (int i = 0; i < 1000 && !m_log.has(2, "OpreatorThread get node failure"); ++i) {
+        const auto thread = std::make_shared<OpreatorThread>(m_context.get());
+        thread->start();
+        thread->waitStatu(2, kStopMs);
+        EXPECT_TRUE(thread->waitStop(kStopMs));
+    }
+
+    EXPECT_TRUE(m_log.has(2, "OpreatorThread get node failure"));
+}
+
+TEST_F(OpreatorThreadTest, IsWorkingWhileItTreatsARequestAndReadyAfterIt) {
+    const std::string fifo = m_dir.str("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const auto thread = m_context->getReadyThread();
-    thread->waitStatu(2, kStopMs);
+    EXPECT_EQ(thread->waitStatu(2, kStopMs), 2);
+    m_context->addReadyThread(thread.get());
 
-    thread->waitStop(kStopMs);
+    m_map->handleOpreatorCmdItem(nodeOf(
+        {.mapid = 1, .subtype = linuxframes::kOpen, .payload = linuxframes::infoOf("/fifo")}));
 
-    // A stop that comes before the first look at the queue needs no waking.
-    EXPECT_TRUE(m_log.has(2, "OpreatorThread get node failure") ||
-                m_log.has(3, "OpreatorThread finish ..."));
+    EXPECT_EQ(thread->waitStatu(3, kStopMs), 3);
+    std::ofstream writer(fifo);  // lets the open go on
+    waitUntilIdle();
+    EXPECT_EQ(thread->getThreadStatu(), 2);
 }
 
 TEST_F(OpreatorThreadTest, GoesQuietlyIfItHasServedNothing) {

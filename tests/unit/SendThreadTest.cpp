@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/LinuxContextFixture.h"
+#include "support/RefusedNew.h"
 
 namespace {
 
@@ -39,6 +40,17 @@ TEST_F(SendThreadTest, SendsAMessageWithoutPayloadAs76Bytes) {
     expected[32] = -3;  // res
     for (std::size_t i = 33; i < 40; ++i) expected[i] = -1;
     EXPECT_EQ(m_channel.onlyWrite(), expected);
+}
+
+TEST_F(SendThreadTest, HasNoMessageWithoutANode) {
+    const auto sender = startSender();
+    {
+        const RefusedNew refused;
+        EXPECT_FALSE(sender->sendCmdItem(7, 1, 9, 0));
+    }
+
+    EXPECT_TRUE(m_log.has(2, "get cmd node from cache failure."));
+    EXPECT_TRUE(allSent().empty());
 }
 
 TEST_F(SendThreadTest, SendsAPayloadOf1000BytesAs1076) {
