@@ -3,6 +3,8 @@
 #include "common/LinuxServer/opreator/fd_handlers.h"
 #include "linux/LinuxServer/comm/opreator/fd_local.h"
 
+#include <string>
+
 int fd_getxattr_c(FdMapInfo* map, fd_cmd_item* item) {
     FdOperation op("getxattr", map, item);
     const std::int32_t nameLength = op.length();

@@ -1,7 +1,6 @@
 // One folder that is offered to a remote Linux desktop.
 #include "common/LinuxServer/workthread/FdMapInfo.h"
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -21,9 +20,7 @@ constexpr int kStopCheckMs = 100;
 std::string payloadText(const fd_cmd_item& item, int offset) {
     if (item.pdatasize <= offset) return {};
     const char* text = item.pdata + offset;
-    const auto room =
-        static_cast<std::size_t>(std::max(std::min(item.pdatasize, item.dirty) - offset, 0));
-    return {text, strnlen(text, room)};
+    return {text, strnlen(text, static_cast<std::size_t>(item.pdatasize - offset))};
 }
 
 bool sendMapCtrl(FdContext* context, int mapid, FdMapCtrl subtype) {

@@ -1,7 +1,9 @@
 // The mount monitor of the Linux dialect: compares what is mounted with what was offered. Map
 // control thread. The listing itself is bound to the platform and stands in MapCtrlThread_mac.cpp.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "common/Comm/FdLog.h"
 #include "common/LinuxServer/workthread/FdContext.h"
