@@ -119,6 +119,9 @@ TEST_F(FdMapInfoTest, AnEmptyPathIsTheRootAndHasNoFolderName) {
     EXPECT_EQ(m_map->getMountFolderName(), nullptr);
     EXPECT_STREQ(m_map->getMountPath(), "");
     EXPECT_TRUE(m_log.has(3, "mount point is root path"));
+
+    EXPECT_TRUE(m_map->setMountPath("/media/stick"));
+    EXPECT_FALSE(m_map->isRootFlag());
 }
 
 TEST_F(FdMapInfoTest, TakesThePlugInformationOn) {

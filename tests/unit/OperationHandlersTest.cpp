@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <limits>
 #include <map>
@@ -62,6 +63,7 @@ class OperationHandlersTest : public LinuxContextFixture {
 protected:
     OperationHandlersTest() : m_root(m_dir.folder("map")) {
         fill();
+        for (const std::string& folder : {m_dir.str(), m_root}) keepAccessTime(folder);
         m_map = addMap(1, 0, m_root);
         m_log.clear();
     }
@@ -72,6 +74,12 @@ protected:
         if (!std::filesystem::is_symlink(local("/link"))) {
             std::filesystem::create_symlink("file", local("/link"));
         }
+    }
+
+    // A listing may move the access time of its folder on, but not one that lies ahead.
+    static void keepAccessTime(const std::string& folder) {
+        const timespec times[2] = {{time(nullptr) + 3600, 0}, {0, UTIME_OMIT}};
+        EXPECT_EQ(utimensat(AT_FDCWD, folder.c_str(), times, 0), 0);
     }
 
     std::string local(const std::string& path) const { return m_root + path; }
@@ -99,7 +107,16 @@ protected:
             reply.payload.assign(item->pdata, item->pdata + item->head.extsize);
         }
         cache.put_node(item);
+        EXPECT_TRUE(isClear(*item)) << "what the reply leaves for the next request";
         return reply;
+    }
+
+    // Of a huge buffer the first part: nothing comes to lie further behind.
+    static bool isClear(const fd_cmd_item& item) {
+        const int size = std::min(item.pdatasize, 1 << 20);
+        if (size == 0) return true;
+        const auto rest = static_cast<std::size_t>(size - 1);
+        return item.pdata[0] == 0 && std::memcmp(item.pdata, item.pdata + 1, rest) == 0;
     }
 
     // The result of an operation that answers without a payload.

@@ -204,12 +204,15 @@ TEST_F(OpreatorThreadTest, ASecondRequestWhileTheOnlyThreadIsBusyMakesASecondThr
 TEST_F(OpreatorThreadTest, DropsTheReplyWithoutASendThread) {
     m_context->sendThread()->waitStop(kStopMs);
     m_context->setSendThread(nullptr);
+    fd_cmd_item* item =
+        nodeOf({.mapid = 1, .subtype = linuxframes::kGetattr, .payload = Payload("/file")});
 
-    m_map->handleOpreatorCmdItem(
-        nodeOf({.mapid = 1, .subtype = linuxframes::kGetattr, .payload = Payload("/file")}));
+    m_map->handleOpreatorCmdItem(item);
 
     waitUntilIdle();
     EXPECT_TRUE(m_channel.writes().empty());
+    EXPECT_EQ(nodeOf({}), item);  // it went back to the cache
+    m_context->m_cmd_cache.put_node(item);
 }
 
 TEST_F(OpreatorThreadTest, StopsWhileItWaitsForANode) {
