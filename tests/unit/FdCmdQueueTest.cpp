@@ -55,6 +55,24 @@ TEST_F(FdCmdQueueTest, WaitsWithoutLimitForANode) {
     EXPECT_EQ(got, &m_nodes[0]);
 }
 
+// Without a wake-up the reader would find each node after its 20 seconds.
+TEST_F(FdCmdQueueTest, ANodeWakesTheReaderThatWaitsForIt) {
+    constexpr int kRounds = 4;
+    std::atomic<int> taken{0};
+    std::thread reader([&] {
+        while (taken < kRounds) taken += get(20000) == nullptr ? 0 : 1;
+    });
+    const auto start = steady_clock::now();
+
+    for (int i = 0; i < kRounds; ++i) {
+        m_queue.put_node(&m_nodes[0]);
+        EXPECT_TRUE(waitUntil([&] { return taken > i; }, std::chrono::seconds(30)));
+    }
+
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(15));
+    reader.join();
+}
+
 TEST_F(FdCmdQueueTest, GivesNothingToAReaderThatIsWokenWithoutANode) {
     std::atomic<bool> done{false};
     std::thread reader([&] {
