@@ -20,7 +20,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # With ZFD_PRECOMPILE_HEADERS the standard library and whatever else is named is read once a target. Every file
-# includes what it needs all the same: clang-tidy and one of the macOS builds compile without.
+# includes what it needs all the same: clang-tidy reads each by itself.
 function(zfd_precompile target)
     if(ZFD_PRECOMPILE_HEADERS)
         target_precompile_headers(${target} PRIVATE <algorithm> <atomic> <chrono> <condition_variable> <deque>

@@ -126,11 +126,12 @@ configure() {
     logged "$preset" cmake --preset "$preset" "$@"
 }
 
-# Precompiled headers halve the time of a full build.
+# Precompiled headers halve the time of a full build, and compiling files in dozens halves it again.
 build() {
     local preset=$1
     shift
-    configure "$preset" -DZFD_PRECOMPILE_HEADERS=ON "$@"
+    configure "$preset" -DZFD_PRECOMPILE_HEADERS=ON -DCMAKE_UNITY_BUILD=ON \
+        -DCMAKE_UNITY_BUILD_BATCH_SIZE=12 "$@"
     logged "$preset" cmake --build --preset "$preset"
 }
 

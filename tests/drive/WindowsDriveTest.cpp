@@ -11,9 +11,10 @@
 #include "support/NoNamespaces.h"
 #include "support/WaitUntil.h"
 
+namespace peer::windows {
+
 namespace {
 
-using namespace peer::windows;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
@@ -270,3 +271,5 @@ TEST_F(HandleTest, WhatWasOpenedAheadIsClosedWhenNothingIsLookedUp) {
 }
 
 }  // namespace
+
+}  // namespace peer::windows

@@ -85,8 +85,8 @@ TEST_F(DrivesTest, DrivesComeAndGo) {
     EXPECT_THAT(namesIn(m_point), IsEmpty());
 }
 
-// It is the address sanitizer that would notice: libfuse frees what it holds for a folder when it is
-// told of the closing, and that comes a moment behind the call.
+// It is the address sanitizer that would notice: libfuse frees what it holds for a folder when it
+// is told of the closing, and that comes a moment behind the call.
 TEST_F(DrivesTest, AFolderThatWasReadJustBeforeTheEndIsLetGoOf) {
     for (int round = 0; round < 50; ++round) {
         mount();

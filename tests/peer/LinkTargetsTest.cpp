@@ -4,9 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace peer::linux {
+
 namespace {
 
-using peer::linux::LinkTargets;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -99,3 +100,5 @@ TEST(LinkTargets, LearnsTheFolderFromALinkOfItsOwnOnly) {
 }
 
 }  // namespace
+
+}  // namespace peer::linux

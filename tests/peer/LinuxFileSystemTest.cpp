@@ -11,11 +11,11 @@
 
 #include "peer/LinuxSide.h"
 
+namespace peer::linux {
+
 namespace {
 
-using namespace peer::linux;
 using namespace std::chrono_literals;
-using peer::Bytes;
 using ::testing::ElementsAre;
 
 class LinuxFileSystemTest : public ::testing::Test {
@@ -238,3 +238,5 @@ TEST_F(LinuxFileSystemTest, TimesAreNotKept) {
 }
 
 }  // namespace
+
+}  // namespace peer::linux

@@ -12,13 +12,11 @@
 #include "peer/linux/Results.h"
 #include "peer/linux/Tracer.h"
 
+namespace peer::linux {
+
 namespace {
 
-using namespace peer::linux;
 using namespace std::string_literals;
-using peer::Bytes;
-using peer::RemoteError;
-using peer::View;
 
 Bytes replyOf(Code code, std::int64_t res, View payload = {}) {
     return LinuxSide::frame({1, kOperation, code, res, 600}, payload);
@@ -223,3 +221,5 @@ TEST(LinuxMessagesTest, ATracedMessageIsOneLine) {
 }
 
 }  // namespace
+
+}  // namespace peer::linux

@@ -11,11 +11,11 @@
 
 #include "peer/LinuxSide.h"
 
+namespace peer::linux {
+
 namespace {
 
-using namespace peer::linux;
 using namespace std::chrono_literals;
-using peer::Bytes;
 using ::testing::HasSubstr;
 
 class LinuxSessionTest : public ::testing::Test {
@@ -375,3 +375,5 @@ TEST_F(LinuxSessionTest, AnUnplugOfAnUnknownDriveAndASecondAcknowledgementAreNot
 }
 
 }  // namespace
+
+}  // namespace peer::linux

@@ -10,12 +10,11 @@
 #include "peer/windows/Status.h"
 #include "peer/windows/Tracer.h"
 
+namespace peer::windows {
+
 namespace {
 
-using namespace peer::windows;
 using namespace std::string_literals;
-using peer::Bytes;
-using peer::View;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -340,3 +339,5 @@ TEST(TracerTest, TakesEveryPrefixOfEveryRequest) {
 }
 
 }  // namespace
+
+}  // namespace peer::windows

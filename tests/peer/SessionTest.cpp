@@ -10,12 +10,12 @@
 #include "peer/Text.h"
 #include "peer/windows/Status.h"
 
+namespace peer::windows {
+
 namespace {
 
-using namespace peer::windows;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using peer::Bytes;
 using ::testing::HasSubstr;
 
 class SessionTest : public ::testing::Test {
@@ -238,3 +238,5 @@ TEST_F(SessionTest, TracesEachMessageBothWays) {
 }
 
 }  // namespace
+
+}  // namespace peer::windows

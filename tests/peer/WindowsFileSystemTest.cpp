@@ -17,11 +17,11 @@
 #include "peer/Text.h"
 #include "peer/windows/Status.h"
 
+namespace peer::windows {
+
 namespace {
 
-using namespace peer::windows;
 using namespace std::chrono_literals;
-using peer::Bytes;
 using ::testing::ElementsAre;
 
 constexpr std::uint64_t kHandle = 7;
@@ -300,3 +300,5 @@ TEST_F(WindowsFileSystemTest, ALostChannelEndsAllWaitsAtOnce) {
 }
 
 }  // namespace
+
+}  // namespace peer::windows

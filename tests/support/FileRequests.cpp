@@ -173,10 +173,21 @@ std::uint32_t cbBufferOf(const std::vector<char>& reply) {
 
 _SHFLCREATEPARMS createParmsOf(const std::vector<char>& reply) {
     _SHFLCREATEPARMS parms{};
-    EXPECT_GE(reply.size(), kReplyDataAt + sizeof parms);
-    if (reply.size() < kReplyDataAt + sizeof parms) return parms;
-    std::memcpy(&parms, reply.data() + kReplyDataAt, sizeof parms);
+    EXPECT_GE(reply.size(), kDataAt + sizeof parms);
+    if (reply.size() < kDataAt + sizeof parms) return parms;
+    std::memcpy(&parms, reply.data() + kDataAt, sizeof parms);
     return parms;
+}
+
+SHFLFSOBJINFO infoOf(const std::vector<char>& reply) {
+    SHFLFSOBJINFO info{};
+    EXPECT_EQ(reply.size(), 12U + 92 + 11);
+    EXPECT_EQ(statusOf(reply), 0);
+    EXPECT_EQ(cbBufferOf(reply), 92U);
+    if (reply.size() >= kDataAt + sizeof info) {
+        std::memcpy(&info, reply.data() + kDataAt, sizeof info);
+    }
+    return info;
 }
 
 std::vector<ListedEntry> entriesOf(const std::vector<char>& reply) {
@@ -199,6 +210,6 @@ std::vector<ListedEntry> entriesOf(const std::vector<char>& reply) {
         at += kEntryHead + size;
     }
     EXPECT_EQ(at, end) << "entries and cbBuffer disagree";
-    EXPECT_EQ(loadLe<std::uint32_t>(reply.data() + kReplyDataAt), entries.size());
+    EXPECT_EQ(loadLe<std::uint32_t>(reply.data() + kDataAt), entries.size());
     return entries;
 }

@@ -1,6 +1,7 @@
 // The requests of the Windows dialect's file service as bytes, as the remote desktop sends them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -39,8 +40,14 @@ Request renameRequest(std::string_view from, std::string_view to, std::uint32_t 
 std::int32_t statusOf(const std::vector<char>& reply);
 std::uint32_t cbBufferOf(const std::vector<char>& reply);
 
+// Where the data of a reply begins.
+constexpr std::size_t kDataAt = 20;
+
 // The block of a create reply.
 _SHFLCREATEPARMS createParmsOf(const std::vector<char>& reply);
+
+// What a query replies, or a change of attributes.
+SHFLFSOBJINFO infoOf(const std::vector<char>& reply);
 
 struct ListedEntry {
     SHFLFSOBJINFO info;

@@ -57,6 +57,11 @@ protected:
 
     _ZRSFHANDLE* record(std::int64_t handle) { return m_map.m_handleManage->GetHandleData(handle); }
 
+    // How a log line tells of an open file.
+    std::string where(std::string_view name, std::int64_t handle) const {
+        return "path: " + m_dir.str(name) + ", hFile: " + std::to_string(handle);
+    }
+
     // The reply as it would go out, or nothing if there is none. Fails the test if the handler has
     // changed a byte behind its reply: the next request would find it.
     std::vector<char> call(Handler handler, const Request& request) {
@@ -73,6 +78,12 @@ protected:
         EXPECT_TRUE(isUntouchedFrom(replySize, request)) << "behind the reply";
         if (resultSize == 0) return {};
         return {m_buffer.begin(), m_buffer.begin() + kHeaderSize + resultSize};
+    }
+
+    static void expectFailure(const std::vector<char>& reply, int status) {
+        EXPECT_EQ(reply.size(), 12U + 11);
+        EXPECT_EQ(statusOf(reply), status);
+        EXPECT_EQ(cbBufferOf(reply), 0U);
     }
 
     LogCapture m_log;

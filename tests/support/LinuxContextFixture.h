@@ -94,10 +94,11 @@ protected:
         return messages;
     }
 
-    static std::string pointerText(const void* pointer) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%p", pointer);
-        return text;
+    // A mount as the monitor finds it: by default removable, with all media offered.
+    static MountInfo mountAt(const std::string& path, int type = 0x8, int policy = 0x5b) {
+        MountInfo info{-1, type, policy, 0, {}};
+        path.copy(info.path, sizeof info.path - 1);
+        return info;
     }
 
     LogCapture m_log;

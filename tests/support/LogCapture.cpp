@@ -1,5 +1,13 @@
 #include "support/LogCapture.h"
 
+#include <cstdio>
+
+std::string pointerText(const void* pointer) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%p", pointer);
+    return text;
+}
+
 LogCapture::LogCapture() {
     ZLogger::GetInstance()->SetSink([this](const ZLogRecord& record) {
         const LogLine line{record.level, std::string(record.message)};

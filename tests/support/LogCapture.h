@@ -22,6 +22,9 @@ inline void PrintTo(const LogLine& line, std::ostream* out) {
     *out << line.level << " \"" << line.message << '"';
 }
 
+// A pointer as the log shows it.
+std::string pointerText(const void* pointer);
+
 class LogCapture {
 public:
     LogCapture();

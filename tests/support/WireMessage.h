@@ -9,6 +9,13 @@
 
 #include "common/Comm/WireNumbers.h"
 
+// Codes of messages.
+constexpr int kMapCount = 16;
+constexpr int kMapAdd = 512;
+constexpr int kMapDelete = 513;
+constexpr int kResult = 514;
+constexpr int kDriveName = 525;
+
 // A message with the common header. The payload stands behind its 12 bytes.
 inline std::vector<char> wireMessage(int type, int mapId = 0, int seq = 0,
                                      std::string_view payload = {}, std::uint32_t param = 0) {

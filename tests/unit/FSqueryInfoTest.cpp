@@ -14,26 +14,7 @@
 
 namespace {
 
-constexpr std::size_t kDataAt = 20;
-
-class FSqueryInfoTest : public HandlerFixture {
-protected:
-    static SHFLFSOBJINFO infoOf(const std::vector<char>& reply) {
-        SHFLFSOBJINFO info = {};
-        EXPECT_EQ(reply.size(), 12U + 92 + 11);
-        EXPECT_EQ(statusOf(reply), 0);
-        EXPECT_EQ(cbBufferOf(reply), 92U);
-        if (reply.size() >= kDataAt + sizeof info) {
-            std::memcpy(&info, reply.data() + kDataAt, sizeof info);
-        }
-        return info;
-    }
-    static void expectFailure(const std::vector<char>& reply, int status) {
-        EXPECT_EQ(reply.size(), 12U + 11);
-        EXPECT_EQ(statusOf(reply), status);
-        EXPECT_EQ(cbBufferOf(reply), 0U);
-    }
-};
+class FSqueryInfoTest : public HandlerFixture {};
 
 TEST_F(FSqueryInfoTest, TellsSizeTimesAndModeOfAFile) {
     m_dir.file("data", std::string(1000, 'x'));

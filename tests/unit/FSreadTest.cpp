@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::size_t kDataAt = 20;
-
 std::string pattern(std::size_t size) {
     std::string text(size, '\0');
     for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>('A' + i % 23);

@@ -17,8 +17,7 @@
 
 namespace {
 
-constexpr std::size_t kLengthAt = 20;
-constexpr std::size_t kDataAt = 20;
+constexpr std::size_t kInfoLengthAt = 20;
 constexpr std::int64_t kMegabyte = 1'048'576;
 
 std::int64_t nanos(const timespec& time) {
@@ -33,24 +32,6 @@ struct stat statOf(std::int64_t handle) {
 
 class SetFixture : public HandlerFixture {
 protected:
-    std::string where(std::string_view name, std::int64_t handle) const {
-        return "path: " + m_dir.str(name) + ", hFile: " + std::to_string(handle);
-    }
-    static SHFLFSOBJINFO infoOf(const std::vector<char>& reply) {
-        SHFLFSOBJINFO info = {};
-        EXPECT_EQ(reply.size(), 12U + 92 + 11);
-        EXPECT_EQ(statusOf(reply), 0);
-        EXPECT_EQ(cbBufferOf(reply), 92U);
-        if (reply.size() >= kDataAt + sizeof info) {
-            std::memcpy(&info, reply.data() + kDataAt, sizeof info);
-        }
-        return info;
-    }
-    static void expectFailure(const std::vector<char>& reply, int status) {
-        EXPECT_EQ(reply.size(), 12U + 11);
-        EXPECT_EQ(statusOf(reply), status);
-        EXPECT_EQ(cbBufferOf(reply), 0U);
-    }
     // A file whose times and mode are known.
     std::int64_t oldFile() {
         const std::int64_t handle = openFile("data");
@@ -230,7 +211,7 @@ TEST_F(SetFileInfoTest, ARecordOfLessThan92BytesIsAnInvalidParameter) {
     for (const std::uint32_t length : {0U, 1U, 91U}) {
         m_log.clear();
         Request request = setFileInfoRequest(handle, wanted(0, 0, 0600));
-        storeLe(request.data() + kLengthAt, length);
+        storeLe(request.data() + kInfoLengthAt, length);
         expectFailure(call(ZrsfSetFileInfo, request), -2);
         char expected[160];
         std::snprintf(expected, sizeof expected,
@@ -246,7 +227,7 @@ TEST_F(SetFileInfoTest, ALongerRecordCountsItsFirst92Bytes) {
     for (const std::uint32_t length : {92U, 93U, 1049600U, ~0U}) {
         const std::int64_t handle = oldFile();
         Request request = setFileInfoRequest(handle, wanted(0, 0, 0600));
-        storeLe(request.data() + kLengthAt, length);
+        storeLe(request.data() + kInfoLengthAt, length);
         infoOf(call(ZrsfSetFileInfo, request));
         EXPECT_EQ(statOf(handle).st_mode & 07777U, 0600U);
     }
@@ -348,7 +329,7 @@ protected:
 };
 
 Request withLength(Request request, std::uint32_t length) {
-    storeLe(request.data() + kLengthAt, length);
+    storeLe(request.data() + kInfoLengthAt, length);
     return request;
 }
 

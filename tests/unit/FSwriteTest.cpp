@@ -16,18 +16,14 @@
 
 namespace {
 
-constexpr std::size_t kLengthAt = 28;
+constexpr std::size_t kDataLengthAt = 28;
 
 std::string number(std::int64_t value) {
     return std::to_string(value);
 }
 
-// "path: <path>, hFile: <handle>"
 class DataFixture : public HandlerFixture {
 protected:
-    std::string where(std::string_view name, std::int64_t handle) const {
-        return "path: " + m_dir.str(name) + ", hFile: " + number(handle);
-    }
     static void expectReply(const std::vector<char>& reply, int status, std::uint32_t cbBuffer) {
         EXPECT_EQ(reply.size(), 24U);
         EXPECT_EQ(statusOf(reply), status);
@@ -178,7 +174,7 @@ TEST_F(FSwriteTest, ALengthBeyondTheWorkBufferIsCutToWhatItHolds) {
     for (const std::uint32_t length : {kMost - 1, kMost, kMost + 1, 0x7FFFFFFFU, ~0U}) {
         ASSERT_EQ(ftruncate(static_cast<int>(handle), 0), 0);
         Request request = writeRequest(handle, 0, data);
-        storeLe(request.data() + kLengthAt, length);
+        storeLe(request.data() + kDataLengthAt, length);
         const std::uint32_t expected = std::min(length, kMost);
         expectReply(call(ZrsfWrite, request), 0, expected);
         EXPECT_EQ(readFile(m_dir.str("data")), data.substr(0, expected));
@@ -188,7 +184,7 @@ TEST_F(FSwriteTest, ALengthBeyondTheWorkBufferIsCutToWhatItHolds) {
 TEST_F(FSwriteTest, ALengthBeyondTheRequestWritesZeros) {
     const std::int64_t handle = openFile("data");
     Request request = writeRequest(handle, 0, "abc");
-    storeLe(request.data() + kLengthAt, std::uint32_t{5});
+    storeLe(request.data() + kDataLengthAt, std::uint32_t{5});
 
     expectReply(call(ZrsfWrite, request), 0, 5);
 
@@ -198,7 +194,7 @@ TEST_F(FSwriteTest, ALengthBeyondTheRequestWritesZeros) {
 TEST_F(FSwriteTest, ALengthBelowTheDataWritesOnlySoMuch) {
     const std::int64_t handle = openFile("data");
     Request request = writeRequest(handle, 0, "abc");
-    storeLe(request.data() + kLengthAt, std::uint32_t{1});
+    storeLe(request.data() + kDataLengthAt, std::uint32_t{1});
 
     expectReply(call(ZrsfWrite, request), 0, 1);
 

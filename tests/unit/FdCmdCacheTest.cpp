@@ -17,12 +17,6 @@ namespace {
 constexpr int kNodeSize = 65536;
 constexpr int kPathSize = 4096;
 
-std::string pointerText(const void* pointer) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%p", pointer);
-    return text;
-}
-
 bool isZero(const char* bytes, int size) {
     return std::all_of(bytes, bytes + size, [](char byte) { return byte == 0; });
 }

@@ -13,12 +13,6 @@
 namespace {
 constexpr int kIntMax = std::numeric_limits<int>::max();
 
-std::string pointerText(const void* pointer) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%p", pointer);
-    return text;
-}
-
 class FdCompressTest : public testing::Test {
 protected:
     // Compresses and proves that the outputs kept what the caller had set.

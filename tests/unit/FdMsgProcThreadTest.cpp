@@ -15,15 +15,10 @@
 #include "common/Thread/FdOperateMsgdeque.h"
 #include "support/FakeChannel.h"
 #include "support/LogCapture.h"
+#include "support/OpenMapManager.h"
 #include "support/WireMessage.h"
 
 namespace {
-class OpenMapManager : public MapManager {
-public:
-    using MapManager::m_fsHandlers;
-    using MapManager::MapManager;
-};
-
 class FdMsgProcThreadTest : public testing::Test {
 protected:
     FdMsgProcThreadTest() {

@@ -18,12 +18,6 @@ namespace {
 using linuxframes::Bytes;
 using linuxframes::Message;
 
-MountInfo mountAt(const std::string& path, int type = 8, int policy = 0x5b) {
-    MountInfo info{-1, type, policy, 0, {}};
-    path.copy(info.path, sizeof info.path - 1);
-    return info;
-}
-
 std::string computerName() {
     char name[260] = {};
     getComputerName(name, sizeof name);

@@ -18,19 +18,13 @@
 #include "common/Policy/FdClientPolicy.h"
 #include "support/FakeChannel.h"
 #include "support/LogCapture.h"
+#include "support/OpenMapManager.h"
 #include "support/WireMessage.h"
 
 using testing::ElementsAre;
 using testing::SizeIs;
 
 namespace {
-// The manager with its handler table open, so that a test can put in a handler of its own.
-class OpenMapManager : public MapManager {
-public:
-    using MapManager::m_fsHandlers;
-    using MapManager::MapManager;
-};
-
 class MapManagerTest : public testing::Test {
 protected:
     MapManagerTest() {

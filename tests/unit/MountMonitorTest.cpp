@@ -21,12 +21,6 @@ using std::chrono::steady_clock;
 
 constexpr int kPolicy = 0x5b;  // all media, writable
 
-MountInfo mountAt(const std::string& path, int policy = kPolicy, int type = 2) {
-    MountInfo info{-1, type, policy, 0, {}};
-    path.copy(info.path, sizeof info.path - 1);
-    return info;
-}
-
 std::vector<std::string> paths(const std::list<MountInfo>& mounts) {
     std::vector<std::string> result;
     for (const MountInfo& mount : mounts) result.emplace_back(mount.path);
@@ -84,14 +78,14 @@ protected:
 using Notices = std::vector<std::string>;
 
 TEST_F(MountMonitorTest, PolicyAndPathMakeTheIdentityOfAMount) {
-    MountInfo other = mountAt("/a", kPolicy, 0x40);
+    MountInfo other = mountAt("/a", 0x40, kPolicy);
     other.mapid = 7;
     other.flag = 3;
 
     EXPECT_TRUE(m_thread->isSameDriverNode(mountAt("/a"), other));
     EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/A")));
     EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/ab")));
-    EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/a", kPolicy | 0x20)));
+    EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/a", 8, kPolicy | 0x20)));
 }
 
 TEST_F(MountMonitorTest, WithoutOfferedMountsEveryLocalOneIsNew) {
@@ -121,7 +115,7 @@ TEST_F(MountMonitorTest, TheSetOperationsKeepTheOrderOfTheListThatTheyWalk) {
 }
 
 TEST_F(MountMonitorTest, PrintsAListAtDebugLevel) {
-    MountInfo mount = mountAt("/media/stick");
+    MountInfo mount = mountAt("/media/stick", 2);
     mount.mapid = -1;
 
     m_thread->printMountList({mount});

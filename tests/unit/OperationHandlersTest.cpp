@@ -19,6 +19,7 @@
 
 #include "common/LinuxServer/opreator/fd_handlers.h"
 #include "support/LinuxContextFixture.h"
+#include "support/PolicyMessage.h"
 #include "support/Sanitizers.h"
 
 namespace {
@@ -56,7 +57,6 @@ struct Reply {
 };
 
 constexpr std::int64_t kOldRes = 4711;
-constexpr int kReadOnly = 0x20;
 constexpr std::int64_t kTooMuch = std::int64_t{1} << 62;
 
 class OperationHandlersTest : public LinuxContextFixture {
@@ -128,7 +128,7 @@ protected:
     }
 
     void makeReadOnly() {
-        m_map->setMountPolicy(kReadOnly | 0x5b);
+        m_map->setMountPolicy(PolicyMessage::kReadOnly | 0x5b);
         m_log.clear();
     }
 

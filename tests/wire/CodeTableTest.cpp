@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int kUnknownMap = 9;
+constexpr int kNoMap = 9;
 constexpr int kInvalidParameter = -2;
 constexpr int kNoMoreFiles = -201;
 
@@ -173,10 +173,10 @@ TEST_F(CodeTableTest, EveryFileRequestForAnUnknownMapIsAnInvalidParameter) {
     for (const Row& row : kTable) {
         if (!row.isFileRequest) continue;
         const std::vector<char> reply =
-            exchange(wireMessage(row.code, kUnknownMap, kSeq, std::string(8, '\1') + "xyz"));
+            exchange(wireMessage(row.code, kNoMap, kSeq, std::string(8, '\1') + "xyz"));
 
         ASSERT_EQ(reply.size(), 23U) << row.code;
-        EXPECT_EQ(reply, wireMessage(kResult, kUnknownMap, kSeq,
+        EXPECT_EQ(reply, wireMessage(kResult, kNoMap, kSeq,
                                      leText(std::int32_t{kInvalidParameter}) +
                                          leText(std::uint32_t{0}) + "xyz"))
             << row.code;

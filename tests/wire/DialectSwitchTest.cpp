@@ -15,8 +15,6 @@
 #include "support/WireMessage.h"
 
 namespace {
-constexpr int kMapCount = 16;
-
 class DialectSwitchTest : public testing::Test {
 protected:
     DialectSwitchTest() { m_client.Init(m_channel.writer(), m_channel.metric()); }

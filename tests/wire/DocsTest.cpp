@@ -18,6 +18,7 @@
 #include "support/LogCapture.h"
 #include "support/MountNamespace.h"
 #include "support/WaitUntil.h"
+#include "support/WireMessage.h"
 
 // The documents' machine has this name. The library finds this function before the system's.
 extern "C" [[gnu::visibility("default")]] int gethostname(char* name, size_t size) {
@@ -30,7 +31,7 @@ extern "C" [[gnu::visibility("default")]] int gethostname(char* name, size_t siz
 namespace {
 
 constexpr char kParent[] = "/media";
-constexpr char kDrive[] = "/media/Pictures";
+constexpr char kPictures[] = "/media/Pictures";
 
 constexpr char kMounted[] = "map acknowledged";
 
@@ -53,10 +54,10 @@ void makeFile(const std::string& path, const std::string& content) {
 // The drive that the documents speak of.
 void mountDrive() {
     mountTmpfs(kParent);
-    mountTmpfs(kDrive);
-    makeFile(kDrive + std::string("/hello.txt"), "Hello, desktop!\n");
-    std::filesystem::create_directory(kDrive + std::string("/beach"));
-    ASSERT_EQ(chmod((kDrive + std::string("/beach")).c_str(), 0755), 0);
+    mountTmpfs(kPictures);
+    makeFile(kPictures + std::string("/hello.txt"), "Hello, desktop!\n");
+    std::filesystem::create_directory(kPictures + std::string("/beach"));
+    ASSERT_EQ(chmod((kPictures + std::string("/beach")).c_str(), 0755), 0);
 }
 
 template <std::integral T>
@@ -83,7 +84,7 @@ protected:
             for (const HexDump& dump : hexDumpsOf(documentOf(name))) {
                 SCOPED_TRACE(std::string(name) + ":" + std::to_string(dump.line) + " " +
                              dump.title);
-                if (isWithdrawal(dump)) unmount(kDrive);
+                if (isWithdrawal(dump)) unmount(kPictures);
                 step(dump);
                 if (HasFatalFailure()) break;
             }
@@ -119,7 +120,6 @@ protected:
 };
 
 TEST_F(DocsTest, TheWindowsDialectIsAsItsDocumentSays) {
-    constexpr int kMapDelete = 513;
     play("wire-windows.md", [](const HexDump& dump) {
         return dump.sender == Sender::Client && fieldOf<std::uint16_t>(dump, 0) == kMapDelete;
     });

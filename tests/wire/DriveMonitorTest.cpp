@@ -19,16 +19,9 @@
 #include "support/MountNamespace.h"
 #include "support/PolicyMessage.h"
 #include "support/WaitUntil.h"
+#include "support/WireMessage.h"
 
 namespace {
-
-using Message = FakeChannel::Message;
-using Messages = std::vector<Message>;
-
-constexpr int kMapAdd = 512;
-constexpr int kMapDelete = 513;
-constexpr int kResult = 514;
-constexpr int kDriveName = 525;
 
 constexpr std::size_t kNameAt = 20;
 constexpr std::uint32_t kReadOnlyWord = PolicyMessage::kAllMedia | PolicyMessage::kReadOnly;
@@ -37,23 +30,23 @@ constexpr std::uint32_t kFailIfNew = 0x100;
 constexpr std::uint32_t kRead = 0x1000;
 constexpr std::uint32_t kWrite = 0x2000;
 
-int typeOf(const Message& message) {
+int typeOf(const FakeChannel::Message& message) {
     return loadLe<std::uint16_t>(message.data());
 }
-int idOf(const Message& message) {
+int idOf(const FakeChannel::Message& message) {
     return loadLe<std::int32_t>(message.data() + 12);
 }
 
 // The map's name, of an addition or a deletion.
-std::string nameOf(const Message& message) {
+std::string nameOf(const FakeChannel::Message& message) {
     const auto size = loadLe<std::uint32_t>(message.data() + 16);
     return std::string(message.data() + kNameAt, size - 1);  // without the terminator
 }
 
 // "type:id name" of the messages about drives, in their order.
-std::vector<std::string> notices(const Messages& messages) {
+std::vector<std::string> notices(const std::vector<FakeChannel::Message>& messages) {
     std::vector<std::string> result;
-    for (const Message& message : messages) {
+    for (const auto& message : messages) {
         const std::string id = ":" + std::to_string(idOf(message));
         if (typeOf(message) == kMapAdd) result.push_back("add" + id + " " + nameOf(message));
         if (typeOf(message) == kDriveName) result.push_back("name" + id);
@@ -68,16 +61,16 @@ struct DriveName {
     std::string share;
 };
 
-DriveName driveNameOf(const Message& message) {
+DriveName driveNameOf(const FakeChannel::Message& message) {
     const std::size_t shareAt = 30 + loadLe<std::uint16_t>(message.data() + 28);
     return {loadLe<std::int32_t>(message.data() + 20), loadLe<std::int32_t>(message.data() + 24),
             std::string(message.data() + shareAt + 2,
                         loadLe<std::uint16_t>(message.data() + shareAt) - 1U)};
 }
 
-int count(const Messages& messages, int type) {
+int count(const std::vector<FakeChannel::Message>& messages, int type) {
     return static_cast<int>(
-        std::ranges::count_if(messages, [type](const Message& m) { return typeOf(m) == type; }));
+        std::ranges::count_if(messages, [type](const auto& m) { return typeOf(m) == type; }));
 }
 
 std::vector<char> mapCountRequest() {
@@ -136,16 +129,16 @@ protected:
     }
 
     // Sends a request and gives the result that comes for it.
-    Message answerTo(std::vector<char> request) {
+    FakeChannel::Message answerTo(std::vector<char> request) {
         const int before = count(m_channel.writes(), kResult);
         put(std::move(request));
         EXPECT_TRUE(m_channel.waitFor(
-            [&](const Messages& messages) { return count(messages, kResult) > before; }));
-        const Messages messages = m_channel.writes();
+            [&](const auto& messages) { return count(messages, kResult) > before; }));
+        const auto messages = m_channel.writes();
         const auto result =
             std::ranges::find_if(messages.rbegin(), messages.rend(),
-                                 [](const Message& message) { return typeOf(message) == kResult; });
-        return result == messages.rend() ? Message(64) : *result;
+                                 [](const auto& message) { return typeOf(message) == kResult; });
+        return result == messages.rend() ? FakeChannel::Message(64) : *result;
     }
 
     // Waits until the monitor has seen all that was mounted before the call: it announces a mount
@@ -194,7 +187,7 @@ TEST_F(DriveMonitorTest, AnAdditionIsSentByteForByte) {
         mountTmpfs(folder + "/A");  // "Mac-A": five letters
 
         ASSERT_TRUE(m_channel.waitForWrites(2));
-        const Message message = m_channel.writes()[0];
+        const FakeChannel::Message message = m_channel.writes()[0];
         ASSERT_EQ(message.size(), 81U);
         const std::string head("\x00\x02\0\0\0\0\0\0\x45\0\0\0\0\0\0\0\6\0\0\0Mac-A\0", 26);
         EXPECT_EQ(std::string(message.data(), 26), head);
@@ -239,7 +232,7 @@ TEST_F(DriveMonitorTest, MountPathsMayHoldAnyByte) {
                             "add:0 Mac-my disk", "name:0", "add:1 Mac-back\\slash", "name:1",
                             "add:2 Mac-tab\there\nand there", "name:2", "add:3 Mac-\\040", "name:3",
                             "add:4 Mac- 4", "name:4", "add:5 Mac-my disk 1", "name:5"}));
-        const Messages messages = m_channel.writes();
+        const auto messages = m_channel.writes();
         for (std::size_t i = 0; i < names.size(); ++i) {
             EXPECT_EQ(driveNameOf(messages[2 * i + 1]).share, names[i]);
         }
@@ -261,12 +254,12 @@ TEST_F(DriveMonitorTest, TheDefaultMountParentsAndListsOfferARemovableDisk) {
         // No list names the type: the default local list is empty.
         put(PolicyMessage{}.build());
         EXPECT_FALSE(m_channel.waitFor(
-            [&](const Messages& messages) { return std::ranges::any_of(notices(messages), own); },
+            [&](const auto& messages) { return std::ranges::any_of(notices(messages), own); },
             std::chrono::seconds(1)));
 
         put(PolicyMessage{.removeFs = "vfat|tmpfs"}.build());
         EXPECT_TRUE(m_channel.waitFor(
-            [&](const Messages& messages) { return std::ranges::any_of(notices(messages), own); }));
+            [&](const auto& messages) { return std::ranges::any_of(notices(messages), own); }));
     });
 }
 
@@ -297,7 +290,7 @@ TEST_F(DriveMonitorTest, AForbiddenNetworkTypeIsNotOfferedAsALocalOne) {
                .localFs = "tmpfs",
                .networkFs = "tmpfs"});
 
-        EXPECT_FALSE(m_channel.waitFor([](const Messages& messages) { return !messages.empty(); },
+        EXPECT_FALSE(m_channel.waitFor([](const auto& messages) { return !messages.empty(); },
                                        std::chrono::seconds(1)));
     });
 }
@@ -393,7 +386,7 @@ TEST_F(DriveMonitorTest, WithoutTheMasterSwitchNothingIsAnnouncedAndNothingWithd
         offer(folder);
         ASSERT_TRUE(m_channel.waitForWrites(4));
         waitForPasses(1);
-        const auto hasNews = [](const Messages& messages) { return notices(messages).size() > 4; };
+        const auto hasNews = [](const auto& messages) { return notices(messages).size() > 4; };
 
         offer(folder, PolicyMessage::kAllMedia & ~1U);
         answerTo(mapCountRequest());  // handled behind the policy
@@ -447,7 +440,7 @@ TEST_F(DriveMonitorTest, TwoMountsAtOnePathCountAsOne) {
         m_log.clear();
 
         unmount(folder + "/a");  // one of the two
-        EXPECT_FALSE(m_channel.waitFor([](const Messages& messages) { return messages.size() > 2; },
+        EXPECT_FALSE(m_channel.waitFor([](const auto& messages) { return messages.size() > 2; },
                                        std::chrono::seconds(1)));
         EXPECT_FALSE(m_log.contains(ZLOG_LEVEL_ERROR, "add a exist drive."));
 
@@ -509,11 +502,11 @@ TEST_F(DriveMonitorTest, ThreeHundredMountsComeAndGo) {
         for (std::size_t i = 0; i < kMounts; ++i) mountTmpfs(path(i));
         offer(folder);
 
-        ASSERT_TRUE(m_channel.waitFor(
-            [](const Messages& messages) { return messages.size() >= 2 * kMounts; },
-            std::chrono::seconds(60)));
+        ASSERT_TRUE(
+            m_channel.waitFor([](const auto& messages) { return messages.size() >= 2 * kMounts; },
+                              std::chrono::seconds(60)));
         std::set<int> ids;
-        for (const Message& message : m_channel.writes()) ids.insert(idOf(message));
+        for (const auto& message : m_channel.writes()) ids.insert(idOf(message));
         EXPECT_EQ(ids.size(), kMounts);
         EXPECT_EQ(*ids.rbegin(), 299);
 
@@ -526,7 +519,7 @@ TEST_F(DriveMonitorTest, ThreeHundredMountsComeAndGo) {
 
         for (std::size_t i = 0; i < kMounts; ++i) unmount(path(i));
         EXPECT_TRUE(m_channel.waitFor(
-            [](const Messages& messages) {
+            [](const auto& messages) {
                 return count(messages, kMapDelete) == static_cast<int>(kMounts);
             },
             std::chrono::seconds(60)));
@@ -539,7 +532,7 @@ TEST_F(DriveMonitorTest, BeforeAPolicyNothingIsAnnounced) {
     inMountNamespace([this](const std::string& folder) {
         mountTmpfs(folder + "/a");
 
-        EXPECT_FALSE(m_channel.waitFor([](const Messages& messages) { return !messages.empty(); },
+        EXPECT_FALSE(m_channel.waitFor([](const auto& messages) { return !messages.empty(); },
                                        std::chrono::seconds(1)));
         EXPECT_TRUE(m_channel.metrics().empty());
     });

@@ -25,8 +25,6 @@ using testing::ElementsAre;
 using testing::SizeIs;
 
 namespace {
-constexpr int kMapCount = 16;
-
 class LifeCycleTest : public testing::Test {
 protected:
     ~LifeCycleTest() override { end(); }  // also where an assertion left the test

@@ -42,10 +42,6 @@ constexpr int kMaxMessage = 1049600;
 constexpr int kUnknownMap = 255;
 constexpr char kDrive[] = "/media/drive";
 
-constexpr int kMapCount = 16;
-constexpr int kMapAdd = 512;
-constexpr int kMapDelete = 513;
-constexpr int kResult = 514;
 constexpr std::uint16_t kReserved = 519;
 constexpr int kPolicy = 521;
 

@@ -15,6 +15,7 @@
 #include "support/LogCapture.h"
 #include "support/PolicyMessage.h"
 #include "support/TempDir.h"
+#include "support/WireMessage.h"
 
 constexpr std::uint32_t kOpenExisting = 0x1100;  // read, fail if new
 constexpr std::uint32_t kOpenToChange = 0x3100;  // read and write, fail if new
@@ -22,9 +23,6 @@ constexpr std::size_t kHandleInReplyAt = 20;
 
 class RootMapFixture : public testing::Test {
 protected:
-    static constexpr int kMapAdd = 512;
-    static constexpr int kResult = 514;
-
     RootMapFixture() {
         m_client.Init(m_channel.writer(), m_channel.metric());
         m_client.Start();

@@ -18,7 +18,7 @@ constexpr std::uint32_t kPermissions = 0777;
 constexpr std::uint32_t kOwnerMayWrite = 0200;
 constexpr std::uint32_t kRegular = 0100000;
 
-constexpr peer::Time kSecond = 1'000'000'000;
+constexpr peer::Time kOneSecond = 1'000'000'000;
 
 // The kernel reckons where an appended byte goes, and asks for the bytes around a small write.
 int forDrive(int flags) {
@@ -83,7 +83,7 @@ peer::Attributes MountedDrive::askForMade(const std::string& path, std::uint32_t
     const peer::Attributes attributes = ask(path);
     if (attributes.isRegular()) {
         m_granted |= attributes.mode & kPermissions;
-        m_clocksAgree = std::abs(attributes.modified - wholeSecondsNow()) <= kSecond;
+        m_clocksAgree = std::abs(attributes.modified - wholeSecondsNow()) <= kOneSecond;
     }
     if ((mode & ~attributes.mode & kPermissions) == 0 || attributes.isLink()) return attributes;
     chmod(path, (attributes.mode & kModeBits) | (mode & kPermissions));

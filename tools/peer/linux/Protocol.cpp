@@ -7,12 +7,12 @@ namespace peer::linux {
 
 namespace {
 
-struct Row {
+struct Operation {
     std::int32_t type, subtype;
     const char* name;
 };
 
-constexpr Row kRows[] = {
+constexpr Operation kOperations[] = {
     {kMapControl, kIgnored, "ignored"},    {kMapControl, kPlug, "plug"},
     {kMapControl, kUnplug, "unplug"},      {kMapControl, kMap, "map"},
     {kMapControl, kMapAck, "map-ack"},     {kMapControl, kUnmap, "unmap"},
@@ -31,10 +31,10 @@ constexpr Row kRows[] = {
 }  // namespace
 
 const char* nameOf(std::int32_t type, std::int32_t subtype) {
-    const auto* row = std::find_if(std::begin(kRows), std::end(kRows), [=](const Row& r) {
-        return r.type == type && r.subtype == subtype;
-    });
-    return row == std::end(kRows) ? nullptr : row->name;
+    const auto* row =
+        std::find_if(std::begin(kOperations), std::end(kOperations),
+                     [=](const Operation& r) { return r.type == type && r.subtype == subtype; });
+    return row == std::end(kOperations) ? nullptr : row->name;
 }
 
 }  // namespace peer::linux

@@ -10,13 +10,13 @@ namespace peer::linux {
 
 namespace {
 
-struct Row {
+struct Result {
     std::int64_t number;  // on the wire
     int error;            // here
     const char* name;
 };
 
-constexpr Row kRows[] = {
+constexpr Result kResults[] = {
     {1, EPERM, "EPERM"},
     {2, ENOENT, "ENOENT"},
     {3, ESRCH, "ESRCH"},
@@ -71,16 +71,16 @@ RemoteError errorWith(int error, const char* name) {
 }  // namespace
 
 RemoteError errorOf(std::int64_t res) {
-    const auto* row = std::find_if(std::begin(kRows), std::end(kRows),
-                                   [res](const Row& r) { return res == -r.number; });
-    if (row == std::end(kRows)) return badReply("the unknown result " + std::to_string(res));
+    const auto* row = std::find_if(std::begin(kResults), std::end(kResults),
+                                   [res](const Result& r) { return res == -r.number; });
+    if (row == std::end(kResults)) return badReply("the unknown result " + std::to_string(res));
     return errorWith(row->error, row->name);
 }
 
 RemoteError localError(int error) {
-    const auto* row = std::find_if(std::begin(kRows), std::end(kRows),
-                                   [error](const Row& r) { return r.error == error; });
-    return errorWith(error, row == std::end(kRows) ? "?" : row->name);
+    const auto* row = std::find_if(std::begin(kResults), std::end(kResults),
+                                   [error](const Result& r) { return r.error == error; });
+    return errorWith(error, row == std::end(kResults) ? "?" : row->name);
 }
 
 RemoteError badReply(const std::string& what) {
