@@ -19,7 +19,6 @@
 #include "common/Thread/FdOperateMsgdeque.h"
 
 namespace {
-constexpr int kStopSteps = 100;  // of 100 ms
 
 constexpr std::uint32_t kHandshakeVersion = 61;
 constexpr char kHandshakeText[] = {'w', 'g', 'q'};
@@ -173,12 +172,12 @@ bool ZFdClientMgr::PutMsg(char* data, int dataSize) {
 bool ZFdClientMgr::Stop() {
     Wiring& wiring = *m_wiring;
     if (wiring.m_controlThread != nullptr) {
-        if (!wiring.m_controlThread->stopAndWait(kStopSteps))
+        if (!wiring.m_controlThread->stopAndWait(ZThread::kStopSteps))
             FD_LOG_ERROR("ControlThread stop error");
         wiring.m_controlThread.reset();
     }
     if (wiring.m_msgProcThread != nullptr) {
-        if (!wiring.m_msgProcThread->stopAndWait(kStopSteps))
+        if (!wiring.m_msgProcThread->stopAndWait(ZThread::kStopSteps))
             FD_LOG_ERROR("FdMsgProcThread stop error");
         wiring.m_msgProcThread.reset();
     }

@@ -16,5 +16,8 @@ struct SyscallFault {
     std::uint32_t value = 0;
 };
 
+// Why a test is skipped then.
+constexpr char kNoFaults[] = "this machine does not let a thread filter its system calls";
+
 // Runs `body` on a thread of its own. False, without running it, where the machine forbids this.
 bool runWithFaults(const std::vector<SyscallFault>& faults, const std::function<void()>& body);

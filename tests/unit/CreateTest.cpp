@@ -26,8 +26,6 @@ constexpr std::uint32_t kFailOrCreate = SHFL_CF_ACT_FAIL_IF_EXISTS | SHFL_CF_ACT
 constexpr std::uint32_t kReplaceOrFail = SHFL_CF_ACT_REPLACE_IF_EXISTS | SHFL_CF_ACT_FAIL_IF_NEW;
 constexpr std::uint32_t kUnixMode = 0xF1FF;
 
-constexpr char kNoFaults[] = "this machine does not let a thread filter its system calls";
-
 class CreateTest : public HandlerFixture {
 protected:
     // The block of the reply; the status goes to m_status.

@@ -18,10 +18,6 @@ namespace {
 
 constexpr std::size_t kDataLengthAt = 28;
 
-std::string number(std::int64_t value) {
-    return std::to_string(value);
-}
-
 class DataFixture : public HandlerFixture {
 protected:
     static void expectReply(const std::vector<char>& reply, int status, std::uint32_t cbBuffer) {
@@ -108,7 +104,7 @@ TEST_F(FSwriteTest, AHandleThatWasOpenedToReadIsAnInvalidHandle) {
     EXPECT_EQ(m_log.lines(),
               (std::vector<LogLine>{{2, "pwrite error!!!   " + where("data", handle) +
                                             ", offset: 1, length: 3, rc: -4, cbWrite: -1, errno: " +
-                                            number(EBADF)}}));
+                                            std::to_string(EBADF)}}));
 }
 
 TEST_F(FSwriteTest, APrinterPortIsWrittenAsAFile) {
@@ -121,7 +117,7 @@ TEST_F(FSwriteTest, APrinterPortIsWrittenAsAFile) {
 TEST_F(FSwriteTest, AFullDiskAnswersDiskFull) {
     const std::int64_t handle = insert(open("/dev/full", O_WRONLY | O_CLOEXEC), "/dev/full");
     expectReply(call(ZrsfWrite, writeRequest(handle, 0, "abc")), -152, 0);
-    EXPECT_TRUE(m_log.contains(2, "errno: " + number(ENOSPC)));
+    EXPECT_TRUE(m_log.contains(2, "errno: " + std::to_string(ENOSPC)));
 }
 
 TEST_F(FSwriteTest, APipeCannotBeWrittenAtAnOffset) {
@@ -157,8 +153,9 @@ TEST_F(FSwriteTest, APartialWriteIsReportedAsItHappened) {
 
 TEST_F(FSwriteTest, AFailedSeekIsOnlyLogged) {
     const std::int64_t handle = openFile("data");
-    const std::string line = "lseek error!!!   " + where("data", handle) +
-                             ", offset: 1, length: 3, rc: 0, cbWrite: 3, errno: " + number(ESPIPE);
+    const std::string line =
+        "lseek error!!!   " + where("data", handle) +
+        ", offset: 1, length: 3, rc: 0, cbWrite: 3, errno: " + std::to_string(ESPIPE);
     inChild([&] {
         denyCalls({SYS_lseek}, ESPIPE);
         expectReply(call(ZrsfWrite, writeRequest(handle, 1, "abc")), 0, 3);
@@ -270,7 +267,7 @@ TEST_F(FlushTest, APrinterPortHasNothingToFlush) {
     EXPECT_EQ(m_log.lines(),
               (std::vector<LogLine>{
                   {2, "FlushFileBuffers is not need for lpt port.  path: /dev/lp0, hFile: " +
-                          number(handle) + ", rc: 0"}}));
+                          std::to_string(handle) + ", rc: 0"}}));
 }
 
 TEST_F(FlushTest, AFailureAnswersItsStatus) {
@@ -281,10 +278,11 @@ TEST_F(FlushTest, AFailureAnswersItsStatus) {
 
     expectReply(call(ZrsfFlush, flushRequest(handle)), -2, 0);
 
-    EXPECT_EQ(m_log.lines(),
-              (std::vector<LogLine>{
-                  {2, "fsync error. errno: " + number(EINVAL) + ", rc: -2"},
-                  {3, "flush end!!!   path: pipe, hFile: " + number(handle) + ", rc: -2"}}));
+    EXPECT_EQ(
+        m_log.lines(),
+        (std::vector<LogLine>{
+            {2, "fsync error. errno: " + std::to_string(EINVAL) + ", rc: -2"},
+            {3, "flush end!!!   path: pipe, hFile: " + std::to_string(handle) + ", rc: -2"}}));
 }
 
 TEST_F(FlushTest, AClosedDescriptorIsAnInvalidHandle) {

@@ -17,9 +17,9 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 // A worker that works until it is told to stop, and ends when it is allowed to.
-class Worker : public FdThread {
+class FdWorker : public FdThread {
 public:
-    explicit Worker(FdContext* context) : FdThread(context, "test worker") {}
+    explicit FdWorker(FdContext* context) : FdThread(context, "test worker") {}
 
     bool runFlag() const { return m_run_flag; }
     void begin() { beginRun(); }
@@ -41,7 +41,7 @@ class FdThreadTest : public testing::Test {
 protected:
     LogCapture m_log;
     std::shared_ptr<FdContext> m_context = std::make_shared<FdContext>();
-    std::shared_ptr<Worker> m_worker = std::make_shared<Worker>(m_context.get());
+    std::shared_ptr<FdWorker> m_worker = std::make_shared<FdWorker>(m_context.get());
 };
 
 TEST_F(FdThreadTest, IsCreatedThenWorkingThenFinished) {
@@ -126,7 +126,7 @@ TEST_F(FdThreadTest, AStopThatComesBeforeTheThreadBeginsIsNotLost) {
 
 TEST_F(FdThreadTest, AStopAtAnyMomentOfTheBeginningIsNotLost) {
     for (int i = 0; i < 200; ++i) {
-        const auto worker = std::make_shared<Worker>(m_context.get());
+        const auto worker = std::make_shared<FdWorker>(m_context.get());
         std::thread beginner([&] { worker->begin(); });
         worker->ask();
         beginner.join();

@@ -19,7 +19,7 @@ namespace {
 constexpr int kLocalDisk = 0x3;  // any kind of map that is not a printer port
 constexpr int kPrinterPort = 0x1000;
 constexpr int kEnabled = 0x1;
-constexpr int kReadOnly = 0x20;
+constexpr int kReadOnlyBit = 0x20;
 constexpr int kWin7 = 0x100;
 constexpr int kWinXp = 0x200;
 
@@ -204,7 +204,7 @@ TEST_F(MapRegistryTest, ReadsNothingBeyondThePathOfAPrinterPort) {
 }
 
 TEST_F(MapRegistryTest, LetsTheServerWriteAsThePolicySaysAndOnPrintersAlways) {
-    m_policy.setItaPolicy(kEnabled | kReadOnly);
+    m_policy.setItaPolicy(kEnabled | kReadOnlyBit);
     ASSERT_FALSE(m_policy.isWritable());
     EXPECT_EQ(add("/Volumes/Data")->m_bWritable, 0);
     EXPECT_EQ(add("/.")->m_bWritable, 0);

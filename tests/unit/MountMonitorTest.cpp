@@ -19,7 +19,7 @@ using linuxframes::Message;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr int kPolicy = 0x5b;  // all media, writable
+constexpr int kAllMedia = 0x5b;  // all media, writable
 
 std::vector<std::string> paths(const std::list<MountInfo>& mounts) {
     std::vector<std::string> result;
@@ -35,14 +35,14 @@ protected:
     }
 
     // The root pseudo-mount and nothing else.
-    void offerRoot(int policy = kPolicy) {
+    void offerRoot(int policy = kAllMedia) {
         m_policy.setLinuxRootDirEnable(1);
         m_policy.setLinuxMountPath("/no such folder");
         m_policy.setItaPolicy(policy);
     }
 
     // Only what is mounted below `folder`.
-    void offerBelow(const std::string& folder, int policy = kPolicy) {
+    void offerBelow(const std::string& folder, int policy = kAllMedia) {
         m_policy.setLinuxMountPath(folder.c_str());
         m_policy.setLinuxLocalfs("tmpfs");
         m_policy.setItaPolicy(policy);
@@ -78,14 +78,14 @@ protected:
 using Notices = std::vector<std::string>;
 
 TEST_F(MountMonitorTest, PolicyAndPathMakeTheIdentityOfAMount) {
-    MountInfo other = mountAt("/a", 0x40, kPolicy);
+    MountInfo other = mountAt("/a", 0x40, kAllMedia);
     other.mapid = 7;
     other.flag = 3;
 
     EXPECT_TRUE(m_thread->isSameDriverNode(mountAt("/a"), other));
     EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/A")));
     EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/ab")));
-    EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/a", 8, kPolicy | 0x20)));
+    EXPECT_FALSE(m_thread->isSameDriverNode(mountAt("/a"), mountAt("/a", 8, kAllMedia | 0x20)));
 }
 
 TEST_F(MountMonitorTest, WithoutOfferedMountsEveryLocalOneIsNew) {
@@ -133,7 +133,7 @@ TEST_F(MountMonitorTest, ListsTheRootPseudoMountFirst) {
     ASSERT_EQ(local.size(), 1U);
     EXPECT_EQ(local.front().mapid, -1);
     EXPECT_EQ(local.front().type, 2);
-    EXPECT_EQ(local.front().policy, kPolicy);
+    EXPECT_EQ(local.front().policy, kAllMedia);
     EXPECT_EQ(local.front().flag, 0);
     EXPECT_STREQ(local.front().path, "/.");
 }
@@ -148,7 +148,7 @@ TEST_F(MountMonitorTest, NeverListsTheMountAtTheRootItself) {
     m_policy.setLinuxMountPath("/|");
     for (const char* types : {"overlay|ext4|rootfs|xfs|btrfs|tmpfs", ""}) {
         m_policy.setLinuxLocalfs(types);
-        m_policy.setItaPolicy(kPolicy);
+        m_policy.setItaPolicy(kAllMedia);
         for (const std::string& path : paths(m_thread->listLocalMountPoint(&m_policy))) {
             EXPECT_NE(path, "/");
         }
@@ -170,31 +170,31 @@ TEST_F(MountMonitorTest, TheTypeListsDecideInTheirOrder) {
             return mounts.empty() ? 0 : mounts.front().type;
         };
 
-        EXPECT_EQ(typeWith("tmpfs", "tmpfs", "tmpfs", "tmpfs", kPolicy), 2);
-        EXPECT_EQ(typeWith("", "tmpfs", "tmpfs", "tmpfs", kPolicy), 8);
-        EXPECT_EQ(typeWith("", "", "tmpfs", "tmpfs", kPolicy), 0x10);
-        EXPECT_EQ(typeWith("", "", "", "tmpfs", kPolicy), 0x40);
-        EXPECT_EQ(typeWith("", "", "", "", kPolicy), 0);
+        EXPECT_EQ(typeWith("tmpfs", "tmpfs", "tmpfs", "tmpfs", kAllMedia), 2);
+        EXPECT_EQ(typeWith("", "tmpfs", "tmpfs", "tmpfs", kAllMedia), 8);
+        EXPECT_EQ(typeWith("", "", "tmpfs", "tmpfs", kAllMedia), 0x10);
+        EXPECT_EQ(typeWith("", "", "", "tmpfs", kAllMedia), 0x40);
+        EXPECT_EQ(typeWith("", "", "", "", kAllMedia), 0);
         EXPECT_TRUE(m_log.has(4, "unknow file system type.  type: tmpfs"));
         // The first list that names the type decides, also when its kind is forbidden.
-        EXPECT_EQ(typeWith("tmpfs", "tmpfs", "tmpfs", "tmpfs", kPolicy & ~0x2), 0);
-        EXPECT_EQ(typeWith("", "tmpfs", "tmpfs", "tmpfs", kPolicy & ~0x8), 0);
-        EXPECT_EQ(typeWith("", "", "tmpfs", "tmpfs", kPolicy & ~0x10), 0);
-        EXPECT_EQ(typeWith("", "", "", "tmpfs", kPolicy & ~0x40), 0);
-        EXPECT_EQ(typeWith("tmpfs", "", "", "", kPolicy & ~0x1), 0);
+        EXPECT_EQ(typeWith("tmpfs", "tmpfs", "tmpfs", "tmpfs", kAllMedia & ~0x2), 0);
+        EXPECT_EQ(typeWith("", "tmpfs", "tmpfs", "tmpfs", kAllMedia & ~0x8), 0);
+        EXPECT_EQ(typeWith("", "", "tmpfs", "tmpfs", kAllMedia & ~0x10), 0);
+        EXPECT_EQ(typeWith("", "", "", "tmpfs", kAllMedia & ~0x40), 0);
+        EXPECT_EQ(typeWith("tmpfs", "", "", "", kAllMedia & ~0x1), 0);
     });
 }
 
 TEST_F(MountMonitorTest, AMountHasTheWorkingPolicyAndNoFlagYet) {
     inMountNamespace([this](const std::string& folder) {
         mountTmpfs(folder + "/a");
-        offerBelow(folder, kPolicy | 0x20);
+        offerBelow(folder, kAllMedia | 0x20);
 
         const std::list<MountInfo> local = m_thread->listLocalMountPoint(&m_policy);
 
         ASSERT_EQ(local.size(), 1U);
         EXPECT_EQ(local.front().mapid, -1);
-        EXPECT_EQ(local.front().policy, kPolicy | 0x20);
+        EXPECT_EQ(local.front().policy, kAllMedia | 0x20);
         EXPECT_EQ(local.front().flag, 0);
     });
 }
@@ -338,7 +338,7 @@ TEST_F(MountMonitorTest, AChangedPolicyWordOffersAnewAndWithdrawsTheOld) {
     offerRoot();
     m_thread->monitorChange();
     answer(linuxframes::kMap, 1);
-    m_policy.setItaPolicy(kPolicy | 0x20);
+    m_policy.setItaPolicy(kAllMedia | 0x20);
     m_log.clear();
 
     m_thread->monitorChange();  // the path is still listed, so the new offer has to wait
@@ -350,7 +350,7 @@ TEST_F(MountMonitorTest, AChangedPolicyWordOffersAnewAndWithdrawsTheOld) {
     answer(linuxframes::kUnmap, 1);
     m_thread->monitorChange();
     EXPECT_EQ(notices(5), (Notices{"4:1", "7:1", "5:1", "9:1", "4:3"}));
-    EXPECT_EQ(m_context->findMapInfoById(3)->getMountPolicy(), kPolicy | 0x20);
+    EXPECT_EQ(m_context->findMapInfoById(3)->getMountPolicy(), kAllMedia | 0x20);
 }
 
 TEST_F(MountMonitorTest, AFailedOfferIsRepeatedWithANewIdEachTime) {

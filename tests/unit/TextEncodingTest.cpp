@@ -11,7 +11,7 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr int kRoom = 64;
+constexpr int kTextRoom = 64;
 
 // The result and the text that stands in the destination afterwards.
 struct Converted {
@@ -21,8 +21,8 @@ struct Converted {
 
 using Conversion = int (*)(char* dst, int dstSize, char* src, int srcSize);
 
-Converted convert(Conversion conversion, std::string src, int room = kRoom) {
-    std::string dst(kRoom, '#');
+Converted convert(Conversion conversion, std::string src, int room = kTextRoom) {
+    std::string dst(kTextRoom, '#');
     const int result = conversion(dst.data(), room, src.data(), static_cast<int>(src.size()));
     dst.resize(dst.find_last_not_of('#') + 1);
     return {result, dst};

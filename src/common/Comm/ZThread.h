@@ -94,6 +94,9 @@ public:
 
     void start();
 
+    // The patience of most owners: 10 seconds.
+    static constexpr int kStopSteps = 100;
+
     // Clears the run flag and waits for the exit flag, at most `waitSteps` steps of 100 ms. True at
     // once for a thread that does not run.
     bool stopAndWait(int waitSteps);

@@ -8,7 +8,7 @@
 namespace {
 constexpr int kDefaultMinCompressSize = 512;
 constexpr int kDefaultMinThreshold = 850;
-constexpr int kMaxThreshold = 1000;
+constexpr int kMostThreshold = 1000;
 
 // Up to a multiple of 4096. Kept: near the top of the range the sum wraps to a negative number.
 int align4k(int length) {
@@ -44,7 +44,7 @@ bool FdCompress::setMinCompressSize(int minSize) {
 }
 
 bool FdCompress::setMinThreshold(int threshold) {
-    if (threshold < 0 || threshold > kMaxThreshold) {
+    if (threshold < 0 || threshold > kMostThreshold) {
         FD_LOG_ERROR("setMinThreshold error.    threshold: %d", threshold);
         return false;
     }

@@ -14,7 +14,6 @@
 
 namespace {
 constexpr int kReadyThreads = 10;
-constexpr int kStopMs = 20000;
 constexpr int kPayloadTries = 10;
 constexpr unsigned long kPayloadPauseMs = 50;
 constexpr unsigned long kNodePauseMs = 1000;
@@ -104,13 +103,15 @@ bool FdLinuxDesktopClient::StopWork() {
         FD_LOG_WARN("disconnect, but client never connect.");
         return false;
     }
-    if (auto mapCtrl = stopped->mapCtrlThread(); mapCtrl != nullptr && mapCtrl->waitStop(kStopMs)) {
+    if (auto mapCtrl = stopped->mapCtrlThread();
+        mapCtrl != nullptr && mapCtrl->waitStop(FdThread::kStopMs)) {
         FD_LOG_INFO("map ctrl thread stop success");
         stopped->setMapCtrlThread(nullptr);
     } else {
         FD_LOG_WARN("map ctrl thread stop failure");
     }
-    if (auto sender = stopped->sendThread(); sender != nullptr && sender->waitStop(kStopMs)) {
+    if (auto sender = stopped->sendThread();
+        sender != nullptr && sender->waitStop(FdThread::kStopMs)) {
         FD_LOG_INFO("send thread stop success");
         stopped->setSendThread(nullptr);
     } else {

@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr char kComputerName[] = "Mac";
 constexpr char kRootName[] = "rt";
 constexpr std::size_t kTextLimit = kMapNameRoom - 1;  // leaves the terminator in its place
 

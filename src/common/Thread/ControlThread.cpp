@@ -14,7 +14,6 @@
 namespace {
 
 constexpr int kPollMs = 100;
-constexpr int kStopSteps = 100;        // of 100 ms
 constexpr int kPassesToRelease = 100;  // a request may use a deleted map for about 10 seconds
 constexpr unsigned kMapsReleasedEvent = 0x500E0006;
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kTextLimit = 2048;
+constexpr std::size_t kFieldLimit = 2048;
 constexpr std::size_t kDeletedNameLimit = 2028;
 
 }  // namespace
@@ -39,9 +39,9 @@ std::optional<DriveMessage> DriveMessage::addDrive(const MapFolder& map,
     DriveMessage message(map.m_mapType == kPrinterMap ? FD_CMD_PRINTER_ADD : FD_CMD_MAP_ADD,
                          map.m_nMapIndex);
     message.putNumber<std::uint32_t>(map.m_utf8_mapName_size);
-    if (!message.putBytes(map.m_utf8_mapName, map.m_utf8_mapName_size, kTextLimit)) return {};
+    if (!message.putBytes(map.m_utf8_mapName, map.m_utf8_mapName_size, kFieldLimit)) return {};
     message.putNumber<std::uint16_t>(map.m_utf16_mapName_size);
-    if (!message.putBytes(map.m_utf16_mapName, map.m_utf16_mapName_size, kTextLimit)) return {};
+    if (!message.putBytes(map.m_utf16_mapName, map.m_utf16_mapName_size, kFieldLimit)) return {};
     if (!message.putBytes(&volume, sizeof volume, sizeof volume)) return {};
     message.putTail(3);
     return message;
@@ -56,11 +56,11 @@ std::optional<DriveMessage> DriveMessage::driveName(const MapFolder& map) {
     message.putNumber<std::int32_t>(map.m_rootFlag);
     message.putNumber<std::int32_t>(map.m_mapType);
     message.putNumber<std::uint16_t>(map.m_utf8_computerName_size);
-    if (!message.putBytes(map.m_utf8_computerName, map.m_utf8_computerName_size, kTextLimit)) {
+    if (!message.putBytes(map.m_utf8_computerName, map.m_utf8_computerName_size, kFieldLimit)) {
         return {};
     }
     message.putNumber<std::uint16_t>(map.m_utf8_shareFileName_size);
-    if (!message.putBytes(map.m_utf8_shareFileName, map.m_utf8_shareFileName_size, kTextLimit)) {
+    if (!message.putBytes(map.m_utf8_shareFileName, map.m_utf8_shareFileName_size, kFieldLimit)) {
         return {};
     }
     message.putTail(3);
@@ -81,7 +81,7 @@ std::optional<DriveMessage> DriveMessage::userProfile(const MapFolder& map, cons
     DriveMessage message(FD_CMD_USER_PROFILE, map.m_nMapIndex);
     const std::size_t size = std::strlen(path) + 1;
     message.putNumber(static_cast<std::uint32_t>(size));
-    if (!message.putBytes(path, size, kTextLimit)) return {};
+    if (!message.putBytes(path, size, kFieldLimit)) return {};
     message.putTail(2);
     return message;
 }

@@ -18,7 +18,6 @@
 #include "linux/comm/Funcdef.h"
 
 namespace {
-constexpr int kStopSteps = 100;
 
 // A read that is all there looks at nothing behind itself and sees to every byte that it sends, so
 // a file that is read in large pieces pays for no clearing between them.

@@ -17,9 +17,6 @@
 
 namespace {
 
-constexpr int kPathLengthAt = 12;
-constexpr int kPathAt = 14;
-
 // The longest path that its 16-bit length can tell, and what follows it, lie within the buffer.
 static_assert(kPathAt + UINT16_MAX + sizeof(_SHFLCREATEPARMS) <= MAX_CMD_BUFFER);
 
@@ -34,7 +31,7 @@ bool copyBlock(void* to, const void* from) {
     return err == 0;
 }
 
-void logPathFailure(PathBuild built, const LocalPath& path, int nameSize) {
+void logCreateFailure(PathBuild built, const LocalPath& path, int nameSize) {
     if (built == PathBuild::ConversionFailed) {
         FD_LOG_ERROR("utf16LToUtf8() error. length: %d, path: %s", nameSize, path.joined);
     } else {
@@ -126,7 +123,7 @@ void ZrsfCreate(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
     const PathBuild built = buildCreatePath(path, *map, buffer + kPathAt, nameSize);
     if (built == PathBuild::CopyFailed) return;
     if (built != PathBuild::Done) {
-        logPathFailure(built, path, nameSize);
+        logCreateFailure(built, path, nameSize);
         parms.Handle = SHFL_HANDLE_NIL;
         return putCreateReply(buffer, VERR_INVALID_PARAMETER, parms, resultSize);
     }

@@ -20,13 +20,13 @@
 namespace {
 
 constexpr int kNameLengthAt = 20;
-constexpr int kNameAt = 22;
+constexpr int kListNameAt = 22;
 
 // Offsets behind the name.
 constexpr int kFlagsAt = 0;
 constexpr int kLimitAt = 8;
 
-static_assert(kNameAt + UINT16_MAX + kLimitAt + 4 <= MAX_CMD_BUFFER);
+static_assert(kListNameAt + UINT16_MAX + kLimitAt + 4 <= MAX_CMD_BUFFER);
 
 constexpr int kEmptyListSize = 12;  // the status, cbBuffer and the number of entries
 
@@ -46,13 +46,14 @@ bool readRequest(ListRequest& request, const char* buffer) {
 
     request.name.reset(new (std::nothrow) char[length + 1]);
     if (request.name == nullptr) return false;
-    if (const int err = memcpy_s(request.name.get(), length, buffer + kNameAt, length); err != 0) {
+    if (const int err = memcpy_s(request.name.get(), length, buffer + kListNameAt, length);
+        err != 0) {
         FD_LOG_ERROR("memcpy_s failed, err = %d", err);
         return false;
     }
     request.name[length] = '\0';
 
-    const char* const behind = buffer + kNameAt + length;
+    const char* const behind = buffer + kListNameAt + length;
     request.flags = loadLe<std::uint32_t>(behind + kFlagsAt);
     request.limit = loadLe<std::int32_t>(behind + kLimitAt);
     return true;
@@ -75,9 +76,8 @@ void logPathFailure(PathBuild built, const LocalPath& path, const ListRequest& r
 
 // A size that goes by the server's limit, but is no more than the work buffer holds.
 int boundedSize(std::int32_t size, int extra) {
-    constexpr long long kMaxResultSize = MAX_CMD_BUFFER - kHeaderSize;
-    return static_cast<int>(
-        std::min<long long>(static_cast<long long>(size) + extra, kMaxResultSize));
+    constexpr long long kMost = MAX_CMD_BUFFER - kHeaderSize;
+    return static_cast<int>(std::min<long long>(static_cast<long long>(size) + extra, kMost));
 }
 
 void answerUnbuilt(PathBuild built, const LocalPath& path, const ListRequest& request, char* buffer,
@@ -110,7 +110,7 @@ void ZrsfDirList(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
     ListRequest request{};
     if (!readRequest(request, buffer)) return;
     LocalPath path;
-    const PathBuild built = buildListPath(path, *map, buffer + kNameAt, request.nameLength);
+    const PathBuild built = buildListPath(path, *map, buffer + kListNameAt, request.nameLength);
     if (built != PathBuild::Done) return answerUnbuilt(built, path, request, buffer, resultSize);
 
     _ZRSFHANDLE* const handle = findHandle(request.hFile, *map);

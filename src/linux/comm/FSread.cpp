@@ -16,9 +16,6 @@
 
 namespace {
 
-constexpr int kOffsetAt = 20;
-constexpr int kLengthAt = 28;
-
 static_assert(kReadRequestSize == kLengthAt + 4);
 constexpr int kReplyTail = kHeaderSize + kDataReplyExtra - kReplyDataAt;  // bytes behind the data
 

@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr int kPathLengthAt = 12;
-constexpr int kPathAt = 14;
 static_assert(kPathAt + UINT16_MAX + 4 <= MAX_CMD_BUFFER);
 
 // What kind the server takes the object for. Logged only.
@@ -24,7 +22,7 @@ constexpr unsigned int SHFL_REMOVE_FILE = 0x1;
 constexpr unsigned int SHFL_REMOVE_DIR = 0x2;
 constexpr unsigned int SHFL_REMOVE_SYMLINK = 0x4;
 
-void logPathFailure(PathBuild built, const LocalPath& path, int nameLength) {
+void logRemoveFailure(PathBuild built, const LocalPath& path, int nameLength) {
     if (built == PathBuild::ConversionFailed) {
         FD_LOG_ERROR("utf16LToUtf8 error!!!   name_length: %d, pathSize: %d", nameLength,
                      path.converted);
@@ -82,7 +80,7 @@ void ZrsfRemove(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
     const PathBuild built = buildChangePath(path, *map, buffer + kPathAt, nameLength);
     if (built == PathBuild::CopyFailed) return;
     if (built != PathBuild::Done) {
-        logPathFailure(built, path, nameLength);
+        logRemoveFailure(built, path, nameLength);
         return putStatus(buffer, VERR_INVALID_PARAMETER, resultSize);
     }
     if (map->m_bWritable == 0) {

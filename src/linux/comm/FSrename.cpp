@@ -18,8 +18,8 @@ namespace {
 
 // The source, the target and the flags follow each other, each path behind its length.
 constexpr int kSrcLengthAt = 12;
-constexpr int kLengthSize = 2;
-static_assert(kSrcLengthAt + 2 * (kLengthSize + UINT16_MAX) + 4 <= MAX_CMD_BUFFER);
+constexpr int kPathLengthSize = 2;
+static_assert(kSrcLengthAt + 2 * (kPathLengthSize + UINT16_MAX) + 4 <= MAX_CMD_BUFFER);
 
 // The kind is logged only.
 constexpr unsigned int SHFL_RENAME_FILE = 0x1;
@@ -37,10 +37,10 @@ struct RenameRequest {
 RenameRequest readRequest(char* buffer) {
     RenameRequest request{};
     request.srcLength = loadLe<std::uint16_t>(buffer + kSrcLengthAt);
-    request.src = buffer + kSrcLengthAt + kLengthSize;
+    request.src = buffer + kSrcLengthAt + kPathLengthSize;
     char* const dstLengthAt = request.src + request.srcLength;
     request.dstLength = loadLe<std::uint16_t>(dstLengthAt);
-    request.dst = dstLengthAt + kLengthSize;
+    request.dst = dstLengthAt + kPathLengthSize;
     request.flag = loadLe<std::uint32_t>(request.dst + request.dstLength);
     return request;
 }

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int kLengthAt = 20;
+constexpr int kInfoLengthAt = 20;
 constexpr int kInfoAt = 24;
 constexpr int kNewSizeAt = 24;
 
@@ -52,7 +52,7 @@ int setSize(unsigned long long hFile, std::int64_t newSize, RTFSOBJINFO* info) {
 
 void ZrsfSetFileInfo(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
     const auto hFile = loadLe<unsigned long long>(buffer + kHandleAt);
-    const auto length = loadLe<std::uint32_t>(buffer + kLengthAt);
+    const auto length = loadLe<std::uint32_t>(buffer + kInfoLengthAt);
     SHFLFSOBJINFO wanted = {};
     std::memcpy(&wanted, buffer + kInfoAt, sizeof wanted);
     const auto key = static_cast<long long>(hFile);
@@ -80,7 +80,7 @@ void ZrsfSetFileInfo(char*& buffer, int /*size*/, int* resultSize, MapFolder* ma
 
 void ZrsfSetEndOfFile(char*& buffer, int /*size*/, int* resultSize, MapFolder* map) {
     const auto hFile = loadLe<unsigned long long>(buffer + kHandleAt);
-    const auto length = static_cast<unsigned long>(loadLe<std::uint32_t>(buffer + kLengthAt));
+    const auto length = static_cast<unsigned long>(loadLe<std::uint32_t>(buffer + kInfoLengthAt));
     const auto newSize = loadLe<std::int64_t>(buffer + kNewSizeAt);
     const auto logSize = static_cast<unsigned>(newSize);  // the texts have room for 32 bits
     const _ZRSFHANDLE* handle = map->m_handleManage->GetHandleData(static_cast<long long>(hFile));

@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr int kOffsetAt = 20;
-constexpr int kLengthAt = 28;
 constexpr int kWriteDataAt = 32;
 
 constexpr std::uint32_t kMaxWriteCount = MAX_CMD_BUFFER - kWriteDataAt;

@@ -30,8 +30,15 @@ constexpr int kDataReplyExtra = 11;
 // reply is the request's, the file's or zero, whatever the buffer held.
 constexpr int kReadRequestSize = 32;
 
-// Offset of the handle in every request that begins with one.
+// Offset of the handle in every request that begins with one, and of what follows it in a request
+// to read or write.
 constexpr int kHandleAt = 12;
+constexpr int kOffsetAt = 20;
+constexpr int kLengthAt = 28;
+
+// Offset of the path in a request to create or remove, and of its length in bytes.
+constexpr int kPathLengthAt = 12;
+constexpr int kPathAt = 14;
 
 // Writes the status form into the buffer: `status`, `cbBuffer` 0 and `*resultSize` = `size`.
 void putStatus(char* buffer, int status, int* resultSize, int size = kStatusOnlySize);

@@ -84,11 +84,7 @@ protected:
 
     // The reply says success, and shows the mode that the object still has.
     static void expectSuccessWithMode(const std::vector<char>& reply, unsigned mode) {
-        SHFLFSOBJINFO info = {};
-        ASSERT_EQ(reply.size(), 12U + 92 + 11);
-        EXPECT_EQ(statusOf(reply), 0);
-        std::memcpy(&info, reply.data() + 20, sizeof info);
-        EXPECT_EQ(info.Attr.fMode & 07777U, mode);
+        EXPECT_EQ(::infoOf(reply).Attr.fMode & 07777U, mode);
     }
 
     std::string removeError(int error) const {

@@ -14,7 +14,6 @@
 namespace {
 constexpr int kReadyTries = 10;
 constexpr int kMaxBusy = 100;
-constexpr int kStopMs = 20000;
 }  // namespace
 
 FdContext::FdContext() {
@@ -83,7 +82,7 @@ bool FdContext::freeAllOpreatorThread() {
         bool idle = false;
         for (int i = 0; i < kReadyTries && !idle; ++i) idle = takeFromReadyList(thread.get());
         if (idle) {
-            thread->waitStop(kStopMs);
+            thread->waitStop(FdThread::kStopMs);
             continue;
         }
         const ZMutexLocker lock(m_all_thread_mutex);

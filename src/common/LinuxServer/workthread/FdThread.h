@@ -23,6 +23,8 @@ public:
     // The context is not owned, but lives until this object has gone.
     FdThread(FdContext* context, const char* name);
 
+    static constexpr int kStopMs = 20000;  // the patience with most of them
+
     // Clears the run flag and waits at most `msecond` milliseconds for the exit flag, which is the
     // result. 0 or less looks at the flag once.
     virtual bool waitStop(int msecond);

@@ -17,8 +17,8 @@ namespace {
 // The plug record: four words, then the folder name and the computer name with their lengths.
 constexpr int kRootFlagAt = 0;
 constexpr int kFlagAt = 4;
-constexpr int kTypeAt = 8;
-constexpr int kPolicyAt = 12;
+constexpr int kMountTypeAt = 8;
+constexpr int kMountPolicyAt = 12;
 constexpr int kFolderLengthAt = 16;
 constexpr int kFolderAt = 24;
 constexpr int kLengthSize = 8;
@@ -42,8 +42,8 @@ bool putPlugRecord(char* payload, int size, const FdMapInfo& map, const char* fo
                    const char* computer) {
     storeLe(payload + kRootFlagAt, std::int32_t{map.isRootFlag() ? 1 : 0});
     storeLe(payload + kFlagAt, std::int32_t{map.getMountFlag()});
-    storeLe(payload + kTypeAt, std::int32_t{map.getMountType()});
-    storeLe(payload + kPolicyAt, std::int32_t{map.getMountPolicy()});
+    storeLe(payload + kMountTypeAt, std::int32_t{map.getMountType()});
+    storeLe(payload + kMountPolicyAt, std::int32_t{map.getMountPolicy()});
     const int behindFolder = putText(payload, size, kFolderLengthAt, folder);
     return behindFolder >= 0 && putText(payload, size, behindFolder, computer) >= 0;
 }

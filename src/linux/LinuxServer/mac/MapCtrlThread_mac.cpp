@@ -8,6 +8,7 @@
 #include "common/Comm/FdLog.h"
 #include "common/LinuxServer/workthread/MapCtrlThread.h"
 #include "common/Policy/FdClientPolicy.h"
+#include "linux/comm/Opreator/FdCommon_linux.h"
 #include "linux/compat/MountTable.h"
 
 namespace {
@@ -15,7 +16,6 @@ constexpr int kLocalDisk = 2;
 constexpr int kRemovableDisk = 8;
 constexpr int kOpticalDisk = 0x10;
 constexpr int kNetworkShare = 0x40;
-constexpr const char* kRootPath = "/.";
 
 // The class of a mount by the name of its file system, or 0: the first list that has it decides.
 int classOf(const FdClientPolicy& policy, const char* typeName) {

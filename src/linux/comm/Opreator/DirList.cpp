@@ -77,14 +77,14 @@ int putDirEntry(char* to, const RTFSOBJINFO& info, const WideName& name) {
 
 // False, with a line in the log, for a name that has no place in an entry.
 bool convertEntryName(WideName& wide, char* name, std::size_t nameLength) {
-    constexpr int kMaxSize = WideName::kRoom - kUtf16Terminator;
+    constexpr int kMost = WideName::kRoom - kUtf16Terminator;
     const int winPathSize =
         utf8ToUtf16L(wide.text, WideName::kRoom, name, static_cast<int>(nameLength));
     if (winPathSize < 0) {
         FD_LOG_ERROR("winPathSize = -1, filter the file.");
         return false;
     }
-    if (winPathSize > kMaxSize) {
+    if (winPathSize > kMost) {
         FD_LOG_ERROR("name is too long. winPathSize: %d", winPathSize);
         return false;
     }

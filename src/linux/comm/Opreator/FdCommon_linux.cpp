@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr char kRootPath[] = "/.";  // the client path of the root of the local file system
 constexpr std::size_t kComponentBufferSize = 1024;
 
 // The first `size` bytes of `s`, or fewer if its terminator stands before.

@@ -4,6 +4,12 @@
 
 #include <string>
 
+// The client path of the root of the local file system.
+constexpr char kRootPath[] = "/.";
+
+// What stands for the name of a computer that cannot be told.
+constexpr char kComputerName[] = "Mac";
+
 // One conversion over the whole of `src`, terminators included if `srcSize` counts them. The byte
 // count written, -1 for text that cannot be converted or does not fit, or the count of characters
 // converted irreversibly.

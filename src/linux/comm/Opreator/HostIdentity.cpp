@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr char kComputerName[] = "Mac";
 constexpr std::size_t kComputerNameLength = sizeof(kComputerName) - 1;
 
 std::size_t roomOf(int size) {

@@ -4,12 +4,16 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 #include "common/LinuxServer/comm/fd_wire.h"
 
 class FdMapInfo;
 struct stat;
 struct statvfs;
+
+// What one read or write moves at most: as much as a result can tell.
+constexpr std::int64_t kMostBytes = std::numeric_limits<std::int32_t>::max() - kFrameHeadSize;
 
 int fd_access_f(FdMapInfo* map, const char* path, std::int64_t mask);
 int fd_chmod_f(FdMapInfo* map, const char* path, std::int64_t mode);

@@ -5,14 +5,8 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 
 #include "common/Comm/FdLog.h"
-
-namespace {
-// What a result can tell.
-constexpr std::int64_t kLargest = std::numeric_limits<std::int32_t>::max() - kFrameHeadSize;
-}  // namespace
 
 int fd_write_f(FdMapInfo* /*map*/, const char* path, const char* data, std::int64_t size,
                std::int64_t offset, fd_file_info* /*info*/) {
@@ -24,7 +18,7 @@ int fd_write_f(FdMapInfo* /*map*/, const char* path, const char* data, std::int6
         FD_LOG_DEBUG("res: %d", -err);
         return -err;
     }
-    size = std::clamp<std::int64_t>(size, 0, kLargest);
+    size = std::clamp<std::int64_t>(size, 0, kMostBytes);
     const ssize_t count =
         pwrite(fd, data, static_cast<std::size_t>(size), static_cast<off_t>(offset));
     const int res = count == -1 ? -errno : static_cast<int>(count);
