@@ -139,7 +139,7 @@ build() {
 # ZFD_SKIPS=forbid a test that was skipped counts as failed.
 run_tests() {
     local preset=$1 log=build/$1-tests.log
-    ctest --preset "$preset" -j "$((2 * jobs))" 2>&1 | tee "$log" | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' ||
+    ctest --preset "$preset" -j "$((3 * jobs))" 2>&1 | tee "$log" | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' ||
         fail "Tests of preset $preset failed; the whole output is in $log."
     local skipped
     skipped=$(grep -cE '\*\*\*(Skipped|Not Run)' "$log" || true)

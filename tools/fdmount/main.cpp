@@ -63,19 +63,20 @@ void warn(const std::string& text) {
 
 int main(int argc, char** argv) {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) peer::holdPlaceOf(stream);
-    int exitCode = 0;
-    const auto options = fdmount::parseOptions(argc, argv, exitCode);
-    if (!options) return exitCode;
-    peer::ignoreBrokenPipes();
-    if (options->command == fdmount::Command::kMount) {
-        const int result = fdmount::mountDrives(*options);
-        std::fflush(nullptr);
-        std::_Exit(result);
-    }
-    fdmount::handleStopSignals();
+    try {
+        int exitCode = 0;
+        const auto options = fdmount::parseOptions(argc, argv, exitCode);
+        if (!options) return exitCode;
+        peer::ignoreBrokenPipes();
+        const bool mounts = options->command == fdmount::Command::kMount;
+        if (!mounts) fdmount::handleStopSignals();
+        exitCode = mounts ? fdmount::mountDrives(*options) : fdmount::runAll(*options);
 
-    // The thread that waits for signals lives until here and no longer.
-    const int result = fdmount::runAll(*options);
-    std::fflush(nullptr);
-    std::_Exit(result);
+        // The thread that waits for signals lives until here and no longer.
+        std::fflush(nullptr);
+        std::_Exit(exitCode);
+    } catch (const std::exception& error) {
+        fdmount::warn(error.what());
+        return fdmount::kExitFailure;
+    }
 }

@@ -129,10 +129,10 @@ int serveSocket(const Options& options, const peer::WakePipe& stop) {
 
 int main(int argc, char** argv) {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) peer::holdPlaceOf(stream);
-    int exitCode = 0;
-    const std::optional<Options> options = parseOptions(argc, argv, exitCode);
-    if (!options) return exitCode;
     try {
+        int exitCode = 0;
+        const std::optional<Options> options = parseOptions(argc, argv, exitCode);
+        if (!options) return exitCode;
         const peer::WakePipe stop;
         handleSignals(stop);
         host::setUpLog(options->verbosity);
