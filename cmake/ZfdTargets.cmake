@@ -1,9 +1,11 @@
-# What every target of this project is compiled with.
+# What every target of this project is compiled with. In a unit of several files gcc takes each for a header,
+# where an unnamed namespace would be a mistake.
 add_library(zfd_options INTERFACE)
 target_compile_features(zfd_options INTERFACE cxx_std_20)
 target_compile_options(zfd_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
     $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${CMAKE_UNITY_BUILD}>>:-Wno-subobject-linkage>
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(ZFD_SANITIZE)
     target_compile_options(zfd_options INTERFACE -fsanitize=${ZFD_SANITIZE}
