@@ -451,6 +451,7 @@ TEST_F(CreateTest, AnswersAFolderThatMayNotBeRead) {
 
 TEST_F(CreateTest, KeepsAFolderOpenWhoseInformationCannotBeRead) {
     m_dir.folder("d");
+    create("\\d", kOpenOrFail);  // the conversion of paths has loaded its tables then
     inChild([&] {
         denyCalls({SYS_statx, SYS_newfstatat}, EIO);
         _SHFLCREATEPARMS parms{};
