@@ -13,7 +13,9 @@
 #include <string>
 #include <thread>
 
+#include "support/InChild.h"
 #include "support/LogCapture.h"
+#include "support/Sanitizers.h"
 
 namespace {
 using Clock = std::chrono::steady_clock;
@@ -151,18 +153,21 @@ TEST(ZThreadTest, WaitAndDetachWithoutAThreadReturnTrue) {
 }
 
 TEST(ZThreadTest, AThreadThatWaitsForItselfIsToldSoAndCanStillBeWaitedFor) {
-    SelfWaiter waiter;
-    const LogCapture log;
-    waiter.start();
-    waiter.m_started.set_value();
+    inChild([] {
+        auto* waiter = new SelfWaiter;  // stays until the child ends
+        const LogCapture log;
+        waiter->start();
+        waiter->m_started.set_value();
 
-    EXPECT_FALSE(waiter.m_waited.get_future().get());
-    EXPECT_EQ(
-        log.count(ZLOG_LEVEL_ERROR, "pthread_join failed(status=" + std::to_string(EDEADLK) + ")"),
-        1);
-    waiter.m_leave.set_value();
-    EXPECT_TRUE(waiter.wait());
-    EXPECT_TRUE(waiter.m_left);  // the wait was a real one
+        EXPECT_FALSE(waiter->m_waited.get_future().get());
+        EXPECT_EQ(log.count(ZLOG_LEVEL_ERROR,
+                            "pthread_join failed(status=" + std::to_string(EDEADLK) + ")"),
+                  1);
+        waiter->m_leave.set_value();
+        if (kThreadSanitizer) return;  // it forgets a thread also when it could not be joined
+        EXPECT_TRUE(waiter->wait());
+        EXPECT_TRUE(waiter->m_left);  // the wait was a real one
+    });
 }
 
 TEST(ZThreadTest, CanBeStartedAgainAfterAStop) {
