@@ -20,7 +20,6 @@ using peer::File;
 namespace {
 
 constexpr std::size_t kWritesInFlight = 8;
-constexpr std::uint32_t kPermissions = 0777;
 
 struct Write {
     std::uint64_t offset;
@@ -121,7 +120,7 @@ std::optional<Attributes> existing(const RemotePath& target) {
 // Takes the place of a file with that file's permissions.
 void keepPermissions(File& file, const RemotePath& target, const Attributes& replaced) {
     try {
-        file.chmod(replaced.mode & kPermissions);
+        file.chmod(replaced.mode & peer::kPermissions);
     } catch (const peer::RemoteError& error) {
         warn(target.shown + ": has not kept its permissions: " + error.what());
     }

@@ -59,9 +59,8 @@ std::string attributesText(std::uint32_t windowsAttributes) {
 }
 
 std::string timeText(peer::Time nanoseconds) {
-    constexpr peer::Time kSecond = 1'000'000'000;
-    std::int64_t seconds = nanoseconds / kSecond;
-    if (nanoseconds % kSecond < 0) --seconds;
+    std::int64_t seconds = nanoseconds / peer::kSecond;
+    if (nanoseconds % peer::kSecond < 0) --seconds;
     const auto time = static_cast<std::time_t>(seconds);
     std::tm parts{};
     char text[40];

@@ -22,6 +22,10 @@ namespace peer {
 
 // Nanoseconds since 1970.
 using Time = std::int64_t;
+constexpr Time kSecond = 1'000'000'000;
+
+// Of a mode: who may read, write and execute.
+constexpr std::uint32_t kPermissions = 0777;
 
 struct Attributes {
     std::uint32_t mode = 0;  // as st_mode

@@ -19,7 +19,6 @@ namespace fdmount {
 
 namespace {
 
-constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::uint64_t kRootInode = 1;
 constexpr mode_t kExecute = 0111;
 constexpr mode_t kWrite = 0222;
@@ -28,9 +27,9 @@ constexpr mode_t kWrite = 0222;
 constexpr std::int64_t kLeastBlock = std::int64_t{64} * 1024;
 
 struct timespec timeOf(peer::Time time) {
-    std::int64_t seconds = time / kSecond;
-    if (time % kSecond < 0) --seconds;
-    return {static_cast<time_t>(seconds), static_cast<long>(time - seconds * kSecond)};
+    std::int64_t seconds = time / peer::kSecond;
+    if (time % peer::kSecond < 0) --seconds;
+    return {static_cast<time_t>(seconds), static_cast<long>(time - seconds * peer::kSecond)};
 }
 
 peer::Time timeOf(const struct timespec& time, peer::Time unchanged) {
@@ -38,10 +37,10 @@ peer::Time timeOf(const struct timespec& time, peer::Time unchanged) {
     struct timespec given = time;
     if (time.tv_nsec == UTIME_NOW) ::clock_gettime(CLOCK_REALTIME, &given);
     // What nanoseconds cannot say becomes the first or the last time that they can.
-    constexpr std::int64_t kLimit = std::numeric_limits<peer::Time>::max() / kSecond - 1;
-    if (given.tv_sec < -kLimit) return -kLimit * kSecond;
-    if (given.tv_sec > kLimit) return kLimit * kSecond;
-    return given.tv_sec * kSecond + given.tv_nsec;
+    constexpr std::int64_t kLimit = std::numeric_limits<peer::Time>::max() / peer::kSecond - 1;
+    if (given.tv_sec < -kLimit) return -kLimit * peer::kSecond;
+    if (given.tv_sec > kLimit) return kLimit * peer::kSecond;
+    return given.tv_sec * peer::kSecond + given.tv_nsec;
 }
 
 // What is taken as true here adds to the time for which the kernel does.

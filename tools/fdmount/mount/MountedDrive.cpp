@@ -14,11 +14,8 @@ namespace fdmount {
 namespace {
 
 constexpr std::uint32_t kModeBits = 07777;
-constexpr std::uint32_t kPermissions = 0777;
 constexpr std::uint32_t kOwnerMayWrite = 0200;
 constexpr std::uint32_t kRegular = 0100000;
-
-constexpr peer::Time kOneSecond = 1'000'000'000;
 
 // The kernel reckons where an appended byte goes, and asks for the bytes around a small write.
 int forDrive(int flags) {
@@ -82,11 +79,12 @@ std::vector<peer::DirEntry> MountedDrive::list(const std::string& path) {
 peer::Attributes MountedDrive::askForMade(const std::string& path, std::uint32_t mode) {
     const peer::Attributes attributes = ask(path);
     if (attributes.isRegular()) {
-        m_granted |= attributes.mode & kPermissions;
-        m_clocksAgree = std::abs(attributes.modified - wholeSecondsNow()) <= kOneSecond;
+        m_granted |= attributes.mode & peer::kPermissions;
+        m_clocksAgree = std::abs(attributes.modified - wholeSecondsNow()) <= peer::kSecond;
     }
-    if ((mode & ~attributes.mode & kPermissions) == 0 || attributes.isLink()) return attributes;
-    chmod(path, (attributes.mode & kModeBits) | (mode & kPermissions));
+    if ((mode & ~attributes.mode & peer::kPermissions) == 0 || attributes.isLink())
+        return attributes;
+    chmod(path, (attributes.mode & kModeBits) | (mode & peer::kPermissions));
     return ask(path);
 }
 
@@ -194,7 +192,7 @@ peer::Attributes MountedDrive::attributesOfNew(const std::string& path, std::uin
                                                OpenFile& file) {
     const bool late = (mode & kOwnerMayWrite) == 0;
     if (late) file.expectMode(mode & kModeBits);
-    if (!late && (!m_clocksAgree || (mode & kPermissions & ~m_granted) != 0)) {
+    if (!late && (!m_clocksAgree || (mode & peer::kPermissions & ~m_granted) != 0)) {
         return askForMade(path, mode);
     }
     peer::Attributes attributes;

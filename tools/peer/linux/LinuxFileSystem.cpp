@@ -25,7 +25,7 @@ constexpr std::size_t kUsualName = 255;    // the longest that file systems take
 constexpr const char* kRootFolder = "/.";  // of the drive that is the whole file tree
 constexpr std::uint32_t kRegular = 0100000;
 constexpr std::uint32_t kOwnerMayWrite = 0200;
-constexpr std::uint32_t kPermissions = 07777;
+constexpr std::uint32_t kModeBits = 07777;
 
 std::string inSameFolder(std::string_view path, const std::string& name) {
     const std::size_t slash = path.rfind('/');
@@ -121,7 +121,7 @@ std::unique_ptr<File> LinuxFileSystem::open(std::string_view path, int flags) {
 
 std::unique_ptr<File> LinuxFileSystem::create(std::string_view path, int flags,
                                               std::uint32_t mode) {
-    const std::uint32_t wanted = mode & kPermissions;
+    const std::uint32_t wanted = mode & kModeBits;
     const bool mayWrite = (flags & O_ACCMODE) == O_RDONLY || (wanted & kOwnerMayWrite) != 0;
     const std::uint32_t first = mayWrite ? wanted : wanted | kOwnerMayWrite;
     makeNode(path, kRegular | first, 0);
@@ -160,8 +160,8 @@ void LinuxFileSystem::truncate(std::string_view path, std::int64_t size) {
 }
 
 std::optional<std::uint32_t> LinuxFileSystem::chmod(std::string_view path, std::uint32_t mode) {
-    doIt(numberRequest(kChmod, path, mode & kPermissions));
-    return mode & kPermissions;
+    doIt(numberRequest(kChmod, path, mode & kModeBits));
+    return mode & kModeBits;
 }
 
 void LinuxFileSystem::setTimes(std::string_view /*path*/, Time /*accessed*/, Time /*modified*/) {

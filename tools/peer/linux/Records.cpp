@@ -9,7 +9,6 @@ namespace peer::linux {
 
 namespace {
 
-constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::size_t kMaxText = 4096;
 constexpr std::uint64_t kReadOnlyFlag = 1;  // of f_flag
 

@@ -13,11 +13,9 @@ namespace peer::windows {
 namespace {
 
 constexpr std::uint32_t kUnixMode = 0xFFFF;
-constexpr std::uint32_t kPermissions = 0777;
 constexpr std::uint32_t kOwnerRead = 0400;
 constexpr int kAttributesShift = 16;
 constexpr std::int64_t kBlock = 512;
-constexpr Time kSecond = 1'000'000'000;
 constexpr std::uint64_t kCoarsest = 2 * std::uint64_t{kSecond};  // of all file systems
 
 // Stable over sessions, and the same for a listing and a look-up.

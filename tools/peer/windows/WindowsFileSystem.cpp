@@ -23,7 +23,6 @@ constexpr std::size_t kImpossibleName = 300;     // longer than any file system 
 constexpr std::uint32_t kExisting = kOpenIfExists | kFailIfNew;
 constexpr std::uint32_t kTruncated = kOverwriteIfExists | kFailIfNew;
 constexpr std::uint32_t kSearchable = 0111;
-constexpr std::uint32_t kPermissionBits = 0777;
 constexpr std::uint32_t kTypeMask = 0170000;
 constexpr std::uint32_t kRegularType = 0100000;
 
@@ -295,7 +294,7 @@ std::unique_ptr<File> WindowsFileSystem::create(std::string_view path, int flags
     requireWritable();
     return checked([&] {
         RemoteHandle handle = opened(path, kFailIfExists | kCreateIfNew | accessOf(flags),
-                                     kModeRegular | (mode & kPermissionBits));
+                                     kModeRegular | (mode & kPermissions));
         m_kinds.remember(path, kModeRegular);
         return std::make_unique<WindowsFile>(std::move(handle), std::string(path));
     });

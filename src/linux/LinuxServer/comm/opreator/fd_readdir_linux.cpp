@@ -19,7 +19,7 @@
 namespace {
 // An entry: a length and the name, a length and the attributes, a word, three access results.
 constexpr std::int64_t kCountSize = 8;
-constexpr std::int64_t kPlaceSize = 8;
+constexpr std::int64_t kEntryWordSize = 8;
 constexpr std::int64_t kReckonedSize = 129;  // Kept: what an entry is tested with, beside its name
 constexpr std::size_t kPathSize = 1024;
 constexpr std::int64_t kLargestBlock = std::numeric_limits<std::int32_t>::max() / 2;  // of a block
@@ -43,7 +43,7 @@ public:
 
     void word(std::int64_t value) {
         storeLe(m_at, value);
-        m_at += kPlaceSize;
+        m_at += kEntryWordSize;
     }
     void attributes(const struct stat& info) {
         fd_stat record{};
