@@ -306,9 +306,12 @@ TEST_F(OperationHandlersTest, FieldsInsideTheBufferAndBeyondThePayloadReadAsZero
 }
 
 TEST_F(OperationHandlersTest, SurvivesEveryFieldWithEveryOddValue) {
-    std::vector<std::int64_t> values = {0, 1, -1, std::numeric_limits<std::int64_t>::max(),
-                                        std::numeric_limits<std::int64_t>::min()};
-    if (!kThreadSanitizer) values.insert(values.end(), {0x7fffffff, std::int64_t{1} << 32});
+    std::vector<std::int64_t> values = {0, 1};
+    if (!kThreadSanitizer) {  // it would take buffers of gigabytes
+        values.insert(values.end(), {-1, std::numeric_limits<std::int64_t>::max(),
+                                     std::numeric_limits<std::int64_t>::min(), 0x7fffffff,
+                                     std::int64_t{1} << 32});
+    }
     for (const auto& [code, handler] : handlers()) {
         const Bytes whole = linuxframes::anyPayloadOf(code);
         for (std::size_t at = 0; at + 8 <= whole.size(); ++at) {
@@ -334,8 +337,9 @@ TEST_F(OperationHandlersTest, ALengthThatIsUsedMovesWhatFollows) {
     };
 
     EXPECT_EQ(call(fd_read_c, longer(Payload("/file")).number(4).number(2)).res, 4);
-    EXPECT_EQ(call(fd_readdir_c, longer(Payload("/")).number(0).number(4096)).payload,
-              call(fd_readdir_c, readdirOf("/", 4096)).payload);
+    EXPECT_EQ(linuxframes::namesOf(
+                  call(fd_readdir_c, longer(Payload("/")).number(0).number(4096)).payload),
+              linuxframes::namesOf(call(fd_readdir_c, readdirOf("/", 4096)).payload));
     EXPECT_EQ(resOf(fd_write_c, longer(Payload("/file").number(2).raw("AB")).number(3)), 2);
     EXPECT_EQ(readFile(local("/file")), "conABnt");
 
@@ -832,6 +836,7 @@ TEST_F(OperationHandlersTest, ReaddirListsEverything) {
 
 TEST_F(OperationHandlersTest, ReaddirStopsAtTheAskedSizeReckoningWith129BytesAndTheName) {
     const Bytes whole = call(fd_readdir_c, readdirOf("/", 4096)).payload;
+    const std::vector<linuxframes::DirEntry> all = linuxframes::entriesOf(whole);
     for (const int nodeSize : {100, 65536}) {
         FdCmdCache fresh;  // small nodes have the block delivered in a buffer of its own
         fresh.set_node_size(nodeSize);
@@ -846,13 +851,15 @@ TEST_F(OperationHandlersTest, ReaddirStopsAtTheAskedSizeReckoningWith129BytesAnd
 
             const Bytes block(item->pdata, item->pdata + item->head.extsize);
             std::size_t expected = 8;
-            for (const linuxframes::DirEntry& entry : linuxframes::entriesOf(whole)) {
+            std::vector<std::string> names;
+            for (const linuxframes::DirEntry& entry : all) {
                 if (expected + entry.name.size() + 129 > static_cast<std::size_t>(size)) break;
                 expected += entry.name.size() + 153;
+                names.push_back(entry.name);
             }
+            std::ranges::sort(names);
             ASSERT_EQ(block.size(), expected) << size;
-            EXPECT_TRUE(std::equal(block.begin() + 8, block.end(), whole.begin() + 8)) << size;
-            linuxframes::entriesOf(block);
+            ASSERT_EQ(linuxframes::namesOf(block), names) << size;
             fresh.put_node(item);
         }
     }
@@ -865,10 +872,13 @@ TEST_F(OperationHandlersTest, AnAskedSizeOf1To7StillGivesTheCount) {
 }
 
 TEST_F(OperationHandlersTest, ReaddirStartsFromTheFirstEntryWhateverTheOffset) {
-    const Bytes first = call(fd_readdir_c, readdirOf("/", 4096, 0)).payload;
+    const auto namesFrom = [this](std::int64_t offset) {
+        return linuxframes::namesOf(call(fd_readdir_c, readdirOf("/", 4096, offset)).payload);
+    };
 
-    EXPECT_EQ(call(fd_readdir_c, readdirOf("/", 4096, 3)).payload, first);
-    EXPECT_EQ(call(fd_readdir_c, readdirOf("/", 4096, -1)).payload, first);
+    EXPECT_EQ(namesFrom(0).size(), 5U);
+    EXPECT_EQ(namesFrom(3), namesFrom(0));
+    EXPECT_EQ(namesFrom(-1), namesFrom(0));
 }
 
 TEST_F(OperationHandlersTest, ReaddirNeedsASize) {
