@@ -2,9 +2,10 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 TempDir::TempDir() {
     std::string name = (std::filesystem::temp_directory_path() / "zfd-test-XXXXXX").string();
@@ -35,5 +36,7 @@ std::string TempDir::folder(std::string_view name) const {
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream content;
+    content << in.rdbuf();
+    return std::move(content).str();
 }

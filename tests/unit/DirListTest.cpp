@@ -57,7 +57,7 @@ protected:
 
     // A reply whose size goes by the limit, as the dispatcher sees it.
     int resultSizeOf(const Request& request) {
-        std::ranges::fill(m_buffer, 0);
+        std::memset(m_buffer.data(), 0, m_buffer.size());
         std::ranges::copy(request, m_buffer.begin());
         char* buffer = m_buffer.data();
         int resultSize = 0;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstring>
 #include <string>
 
 #include "common/Comm/WireNumbers.h"
@@ -50,7 +51,7 @@ TEST_F(FSreadTest, ReadsWhatWasAskedFor) {
 TEST_F(FSreadTest, BehindTheDataGoesNothingOfAnEarlierMessage) {
     const std::int64_t handle = fileOf(600);
     const Request request = readRequest(handle, 0, 600);
-    std::fill(m_buffer.begin(), m_buffer.end(), 'x');  // what a large reply left
+    std::memset(m_buffer.data(), 'x', m_buffer.size());  // what a large reply left
     std::ranges::copy(request, m_buffer.begin());
     char* buffer = m_buffer.data();
     int resultSize = 0;

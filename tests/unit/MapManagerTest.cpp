@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <string>
@@ -41,7 +42,7 @@ protected:
 
     // Has the message handled in a work buffer that is fresh behind it.
     void handle(const std::vector<char>& message) {
-        std::ranges::fill(m_buffer, '\0');
+        std::memset(m_buffer.data(), 0, m_buffer.size());
         std::ranges::copy(message, m_buffer.begin());
         m_manager.HandleCmd(m_buffer.data(), static_cast<int>(message.size()));
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -68,7 +69,7 @@ protected:
     }
 
     void handle(const std::vector<char>& message) {
-        std::ranges::fill(m_buffer, '\0');
+        std::memset(m_buffer.data(), 0, m_buffer.size());
         std::ranges::copy(message, m_buffer.begin());
         m_manager.HandlePolicy(m_buffer.data(), static_cast<int>(message.size()));
     }

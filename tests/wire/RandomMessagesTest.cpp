@@ -1,6 +1,6 @@
-// 10,000 messages from a fixed seed, half well formed and half broken, against a real drive. The
-// process lives in a root of its own that holds nothing but that drive and the mount table, so no
-// path of any message reaches anything else.
+// Thousands of messages from a fixed seed, half well formed and half broken, against a real drive.
+// The process lives in a root of its own that holds nothing but that drive and the mount table, so
+// no path of any message reaches anything else.
 //
 // What is never sent, because it may end the process or the thread, and nobody promises otherwise:
 // - the codes 0, 7 and 11 for a map that exists: they call through an empty slot of the handler
@@ -33,11 +33,12 @@
 #include "support/FileRequests.h"
 #include "support/MountNamespace.h"
 #include "support/PolicyMessage.h"
+#include "support/Sanitizers.h"
 #include "support/WaitUntil.h"
 #include "support/WireMessage.h"
 
 namespace {
-constexpr int kMessages = 10000;
+constexpr int kMessages = kThreadSanitizer ? 3000 : 10000;
 constexpr int kMaxMessage = 1049600;
 constexpr int kUnknownMap = 255;
 constexpr char kDrive[] = "/media/drive";
