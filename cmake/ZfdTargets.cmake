@@ -29,3 +29,16 @@ function(zfd_precompile target)
             <functional> <map> <memory> <mutex> <string> <thread> <vector> ${ARGN})
     endif()
 endfunction()
+
+# Takes what was precompiled for another target: a program what was for a program, both with the same options.
+function(zfd_precompile_as target other)
+    if(ZFD_PRECOMPILE_HEADERS)
+        target_precompile_headers(${target} REUSE_FROM ${other})
+    endif()
+endfunction()
+
+# For a file that takes long to optimise, to no use. It stands by itself, since options are a unit's.
+function(zfd_leave_unoptimised file)
+    set_source_files_properties(${file} PROPERTIES COMPILE_OPTIONS -O0
+        SKIP_UNITY_BUILD_INCLUSION ON SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
