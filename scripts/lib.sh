@@ -126,7 +126,8 @@ configure() {
     logged "$preset" cmake --preset "$preset" "$@"
 }
 
-# Precompiled headers halve the time of a full build, and compiling files in dozens halves it again.
+# Precompiled headers halve the time of a full build, and compiling files in dozens halves it again. The
+# files of a target share their unnamed namespace then, so what stands in it has a name of its own.
 build() {
     local preset=$1
     shift
@@ -135,11 +136,11 @@ build() {
     logged "$preset" cmake --build --preset "$preset"
 }
 
-# Runs the tests of a preset, more at a time than there are processors: many of them wait. With
-# ZFD_SKIPS=forbid a test that was skipped counts as failed.
+# Runs the tests of a preset, several at a time for each processor: many of them wait, though less so under a
+# sanitizer. With ZFD_SKIPS=forbid a test that was skipped counts as failed.
 run_tests() {
-    local preset=$1 log=build/$1-tests.log
-    ctest --preset "$preset" -j "$((3 * jobs))" 2>&1 | tee "$log" | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' ||
+    local preset=$1 for_each=$2 log=build/$1-tests.log
+    ctest --preset "$preset" -j "$((for_each * jobs))" 2>&1 | tee "$log" | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' ||
         fail "Tests of preset $preset failed; the whole output is in $log."
     local skipped
     skipped=$(grep -cE '\*\*\*(Skipped|Not Run)' "$log" || true)

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <string_view>
 
@@ -27,6 +28,7 @@ std::size_t limitOf(int size) {
 }
 
 int lengthOf(const char* name, int size) {
+    assert(name != nullptr);  // memcpy_s has refused such a one
     return static_cast<int>(strnlen(name, roomOf(size)));
 }
 
