@@ -27,8 +27,8 @@ public:
     LiveMount(const LiveMount&) = delete;
     LiveMount& operator=(const LiveMount&) = delete;
 
-    // Answers calls until the end. The mount is off then. Once. Calls `started` when it answers and
-    // looks at the mount no more, which it may be taken off from then on.
+    // Answers calls until the end. The mount is off then. Once. Calls `started` when it begins to,
+    // and looks at the mount no more, which may be taken off from then on.
     End run(const std::function<void()>& started = {});
 
     // From any thread, also before run().

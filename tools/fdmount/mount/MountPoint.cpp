@@ -4,7 +4,6 @@
 #include <spawn.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,7 +23,6 @@ namespace {
 
 constexpr const char* kDevice = "/dev/fuse";
 constexpr const char* kHelper = "fusermount3";
-constexpr int kReadAheadKilobytes = 4096;
 
 std::string textOf(int error) {
     return std::generic_category().message(error);
@@ -113,11 +111,13 @@ void detachMount(const std::string& path) {
 }
 
 void raiseReadAhead(const std::string& path) {
-    struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) return;
-    std::ofstream file("/sys/class/bdi/" + std::to_string(major(info.st_dev)) + ":" +
-                       std::to_string(minor(info.st_dev)) + "/read_ahead_kb");
-    file << kReadAheadKilobytes << std::flush;
+    // What the kernel knows is enough. A thread that waits for an answer of its own process could
+    // not be ended, nor could the mount, should the process be killed meanwhile.
+    struct statx info {};
+    if (::statx(AT_FDCWD, path.c_str(), AT_STATX_DONT_SYNC, 0, &info) != 0) return;
+    std::ofstream file("/sys/class/bdi/" + std::to_string(info.stx_dev_major) + ":" +
+                       std::to_string(info.stx_dev_minor) + "/read_ahead_kb");
+    file << kReadAhead / 1024 << std::flush;
 }
 
 }  // namespace fdmount

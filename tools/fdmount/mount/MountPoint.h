@@ -18,8 +18,10 @@ std::string checkMountPoint(const std::string& path, bool mayBeFull);
 // Takes the mount off at once, whoever uses it.
 void detachMount(const std::string& path);
 
-// Asks the kernel to read ahead by as much as one request carries. Only an administrator may; for
-// others it reads ahead as it does by itself.
+constexpr unsigned kReadAhead = 4U << 20;  // bytes
+
+// Asks the kernel to read ahead by that much. Only an administrator may; for others it reads ahead
+// as it does by itself. Asks nothing of the mount, so nobody needs to answer for it yet.
 void raiseReadAhead(const std::string& path);
 
 }  // namespace fdmount

@@ -15,7 +15,6 @@ namespace fdmount {
 
 namespace {
 
-constexpr unsigned kMostReadAhead = 1U << 20;  // bytes
 constexpr unsigned kMostBackground = 64;
 
 Mount& mount() {
@@ -61,7 +60,7 @@ void* init(fuse_conn_info* connection, fuse_config* config) {
     config->entry_timeout = options.entryTimeout;
     config->negative_timeout = options.negativeTimeout;
     connection->max_read = options.maxRead;
-    connection->max_readahead = kMostReadAhead;
+    connection->max_readahead = kReadAhead;  // or the answer to this would lower it again
     connection->max_background = kMostBackground;
     connection->congestion_threshold = kMostBackground * 3 / 4;
     want(connection, FUSE_CAP_ASYNC_READ | FUSE_CAP_PARALLEL_DIROPS | FUSE_CAP_READDIRPLUS |
