@@ -119,7 +119,7 @@ TEST_F(FSqueryInfoTest, EveryVolumeLooksLocalCaselessAndWritable) {
     const auto unit = static_cast<std::uint64_t>(local.f_bsize);
     EXPECT_EQ(loadLe<std::uint64_t>(volume), unit * local.f_blocks);
     EXPECT_GT(loadLe<std::uint64_t>(volume + 8), 0U);
-    EXPECT_LE(loadLe<std::uint64_t>(volume + 8), unit * local.f_bfree);
+    EXPECT_LE(loadLe<std::uint64_t>(volume + 8), unit * local.f_blocks);
     EXPECT_EQ(loadLe<std::uint32_t>(volume + 16), unit);
     EXPECT_EQ(loadLe<std::uint32_t>(volume + 20), unit);
     EXPECT_EQ(loadLe<std::uint32_t>(volume + 24), 0x0004787FU);
