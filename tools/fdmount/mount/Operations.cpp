@@ -9,6 +9,7 @@
 
 #include "fdmount/mount/Failure.h"
 #include "fdmount/mount/Mount.h"
+#include "fdmount/mount/MountPoint.h"
 #include "fdmount/mount/Reply.h"
 
 namespace fdmount {
